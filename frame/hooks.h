@@ -1,0 +1,19 @@
+// The error and progress handlers the layer installs before every LAPACK
+// call, so the computational library always reports through the defaults.
+#pragma once
+#include "frame/mkl_services.h"
+
+extern "C" {
+// XERBLA's lower spelling; it is also the handler the layer installs and
+// calls for its own reports.
+__attribute__((visibility("hidden"))) void vorn_if_xerbla(const char* name, const void* position, long long length);
+__attribute__((visibility("hidden"))) void vorn_if_XERBLA(const char* name, const void* position, long long length);
+__attribute__((visibility("hidden"))) long long vorn_progress_handler(void* thread, void* step, void* stage, long long length);
+}
+
+namespace vorn {
+inline void install_hooks() {
+  mkl_serv_set_xerbla_interface(&vorn_if_xerbla);
+  mkl_serv_set_progress_interface(&vorn_progress_handler);
+}
+}  // namespace vorn

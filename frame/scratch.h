@@ -1,0 +1,52 @@
+// Scratch arrays: 64-bit copies of the caller's integer and logical arrays,
+// held for one call. The set releases them in the order they were obtained,
+// on every path, which plain RAII (reverse order) would not do.
+#pragma once
+#include <array>
+#include <cstddef>
+#include <string_view>
+
+#include "frame/lp64.h"
+
+namespace vorn {
+
+inline constexpr int kScratchAlignment = 128;
+
+// Bytes requested for n elements: at least one element.
+inline std::size_t scratch_bytes(i64 n) { return static_cast<std::size_t>(n > 1 ? n : 1) * sizeof(i64); }
+
+template <std::size_t Capacity>
+class ScratchSet {
+ public:
+  ScratchSet() = default;
+  ScratchSet(const ScratchSet&) = delete;
+  ScratchSet& operator=(const ScratchSet&) = delete;
+  ~ScratchSet() { release(); }
+
+  // Returns null when the allocator refuses; the caller then takes the
+  // failure path (release, then report).
+  i64* obtain(i64 count) { return obtain_bytes(scratch_bytes(count)); }
+  i64* obtain_bytes(std::size_t bytes);
+
+  void release();
+
+ private:
+  std::array<void*, Capacity> held_{};
+  std::size_t count_ = 0;
+};
+
+// Releases what the set holds, reports `name` with 1089 and stores -1023 in
+// INFO when the routine has one.
+template <std::size_t Capacity>
+void scratch_failure(ScratchSet<Capacity>& set, std::string_view name, i32* info);
+
+// Copy-in runs at least once (a zero-length array still has its first
+// element read); copy-back runs only for a positive length.
+void copy_in(i64* dst, const i32* src, i64 length);
+void copy_back(i32* dst, const i64* src, i64 length);
+// Sparse BLAS index vectors: exactly `length` elements, none when length <= 0.
+void copy_exactly(i64* dst, const i32* src, i64 length);
+
+}  // namespace vorn
+
+#include "frame/scratch_impl.h"

@@ -1,0 +1,161 @@
+// The export table read back from the built library: names, which
+// spellings share an address, and nothing else exported.
+#include <dlfcn.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cctype>
+#include <cstdio>
+#include <fstream>
+#include <map>
+#include <set>
+#include <sstream>
+#include <string>
+#include <vector>
+
+namespace {
+
+const std::string kPrefix = "VORN_instable_";
+
+std::string lower(std::string s) {
+  std::transform(s.begin(), s.end(), s.begin(), [](unsigned char c) { return std::tolower(c); });
+  return s;
+}
+
+// name -> group, from the routine set.
+std::map<std::string, std::string> routine_set() {
+  std::map<std::string, std::string> set;
+  std::ifstream in(VORN_ROUTINE_GROUPS);
+  std::string line;
+  while (std::getline(in, line)) {
+    if (line.empty() || line[0] == '#') continue;
+    std::istringstream fields(line);
+    std::string group, name;
+    fields >> group >> name;
+    set[name] = group;
+  }
+  return set;
+}
+
+// Defined global symbols of the library's dynamic symbol table.
+std::set<std::string> dynamic_exports() {
+  std::set<std::string> names;
+  const std::string cmd = std::string("readelf --dyn-syms -W ") + VORN_LIBRARY_PATH;
+  FILE* p = popen(cmd.c_str(), "r");
+  char buf[4096];
+  while (p != nullptr && std::fgets(buf, sizeof buf, p) != nullptr) {
+    std::istringstream row(buf);
+    std::vector<std::string> f;
+    for (std::string t; row >> t;) f.push_back(t);
+    // Num: Value Size Type Bind Vis Ndx Name
+    if (f.size() >= 8 && f[4] == "GLOBAL" && f[6] != "UND") names.insert(f[7]);
+  }
+  if (p != nullptr) pclose(p);
+  return names;
+}
+
+struct Spellings {
+  std::vector<std::string> all;
+  std::vector<std::vector<std::string>> shared;  // groups sharing one address
+};
+
+// The spelling rule, stated independently of the generator.
+Spellings spellings_of(const std::string& name, bool blas) {
+  const std::string up = kPrefix + name, lo = kPrefix + lower(name);
+  if (blas) return {{up, lo}, {{up}, {lo}}};
+  if (name == "DLASD6") return {{up, up + "_", lo, lo + "_"}, {{up, up + "_"}, {lo, lo + "_"}}};
+  return {{up, up + "_", lo, lo + "_"}, {{up, up + "_", lo + "_"}, {lo}}};
+}
+
+class Exports : public ::testing::Test {
+ protected:
+  static void SetUpTestSuite() {
+    routines_ = new std::map<std::string, std::string>(routine_set());
+    exported_ = new std::set<std::string>(dynamic_exports());
+    handle_ = dlopen(VORN_LIBRARY_PATH, RTLD_NOW | RTLD_LOCAL);
+  }
+  static std::map<std::string, std::string>* routines_;
+  static std::set<std::string>* exported_;
+  static void* handle_;
+};
+std::map<std::string, std::string>* Exports::routines_;
+std::set<std::string>* Exports::exported_;
+void* Exports::handle_;
+
+TEST_F(Exports, RoutineSetHas1686RoutinesAnd6382Spellings) {
+  ASSERT_EQ(routines_->size(), 1686u);
+  std::size_t spellings = 0;
+  for (const auto& [name, group] : *routines_) spellings += spellings_of(name, group[0] == 'B').all.size();
+  EXPECT_EQ(spellings, 6382u);
+}
+
+TEST_F(Exports, EveryPlainExportIsASpellingOfARoutine) {
+  std::set<std::string> valid;
+  for (const auto& [name, group] : *routines_)
+    for (const auto& s : spellings_of(name, group[0] == 'B').all) valid.insert(s);
+  for (const auto& e : *exported_) {
+    if (e.rfind(kPrefix, 0) == 0 && e.find('(') == std::string::npos && e.rfind("_Z", 0) != 0) {
+      EXPECT_TRUE(valid.count(e)) << e << " is not a spelling of any routine";
+    }
+  }
+}
+
+TEST_F(Exports, NothingButTheFamiliesIsExported) {
+  for (const auto& e : *exported_) {
+    const bool plain = e.rfind(kPrefix, 0) == 0;
+    const bool mangled = e.rfind("_Z", 0) == 0 && (e.find("VORN") != std::string::npos ||
+                                                    e.find("ARDU") != std::string::npos ||
+                                                    e.find("Kessnar") != std::string::npos);
+    EXPECT_TRUE(plain || mangled) << "unexpected export " << e;
+  }
+}
+
+TEST_F(Exports, RoutinesAreExportedWholeWithTheirSharedAddresses) {
+  ASSERT_NE(handle_, nullptr) << dlerror();
+  std::size_t complete = 0;
+  for (const auto& [name, group] : *routines_) {
+    const Spellings s = spellings_of(name, group[0] == 'B');
+    const auto present = std::count_if(s.all.begin(), s.all.end(), [&](auto& n) { return exported_->count(n) > 0; });
+    if (present == 0) continue;
+    ASSERT_EQ(present, static_cast<long>(s.all.size())) << name << " is exported only in part";
+    ++complete;
+    std::vector<void*> entry;
+    for (const auto& shared : s.shared) {
+      void* first = dlsym(handle_, shared[0].c_str());
+      ASSERT_NE(first, nullptr) << shared[0];
+      for (const auto& n : shared) EXPECT_EQ(dlsym(handle_, n.c_str()), first) << n << " vs " << shared[0];
+      entry.push_back(first);
+    }
+    EXPECT_NE(entry[0], entry[1]) << name << ": the two entries must be distinct";
+  }
+  // Every level-1 routine, the service routines and the LAPACK routines
+  // without integer arrays are built; the rest arrive family by family.
+  EXPECT_GE(complete, 55u + 2u);
+  std::printf("[ exports  ] %zu routines, %zu plain names exported\n", complete,
+              static_cast<std::size_t>(std::count_if(exported_->begin(), exported_->end(),
+                                                     [](auto& e) { return e.rfind(kPrefix, 0) == 0; })));
+}
+
+TEST_F(Exports, BlasHasNoTrailingUnderscoreSpelling) {
+  for (const char* n : {"VORN_instable_DGEMM_", "VORN_instable_dgemm_", "VORN_instable_DAXPY_",
+                        "VORN_instable_daxpy_", "VORN_instable_XERBLA_", "VORN_instable_lsame_"}) {
+    EXPECT_EQ(exported_->count(n), 0u) << n;
+    EXPECT_EQ(dlsym(handle_, n), nullptr) << n;
+  }
+}
+
+TEST_F(Exports, LevelOneAndServiceRoutinesArePresent) {
+  for (const auto& [name, group] : *routines_) {
+    if (group == "B1" || group == "B5" || name == "CROT" || name == "ZROT" || name == "ILAVER" || name == "ILAENV") {
+      EXPECT_TRUE(exported_->count(kPrefix + name)) << name;
+    }
+  }
+}
+
+TEST_F(Exports, InterfaceFunctionsAreHidden) {
+  EXPECT_EQ(dlsym(handle_, "vorn_if_dgeqrf"), nullptr);
+  EXPECT_EQ(dlsym(handle_, "vorn_if_xerbla"), nullptr);
+  for (const auto& e : *exported_) EXPECT_EQ(e.rfind("vorn_", 0), std::string::npos) << e;
+}
+
+}  // namespace

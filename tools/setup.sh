@@ -1,0 +1,56 @@
+#!/usr/bin/env bash
+# Installs everything the build, tests and benchmarks need on Debian bookworm.
+# Idempotent: safe to run again on a machine that already has it all.
+set -euo pipefail
+export DEBIAN_FRONTEND=noninteractive
+
+src=/etc/apt/sources.list.d/debian.sources
+changed=0
+if [ -f "$src" ]; then
+  # MKL lives in non-free; the reference LAPACK sources come from deb-src.
+  if ! grep -q 'non-free' "$src"; then
+    sed -i 's/^Components: main.*/Components: main contrib non-free non-free-firmware/' "$src"
+    changed=1
+  fi
+  if ! grep -q '^Types:.*deb-src' "$src"; then
+    sed -i 's/^Types: deb$/Types: deb deb-src/' "$src"
+    changed=1
+  fi
+elif [ -f /etc/apt/sources.list ] && ! grep -q 'non-free' /etc/apt/sources.list; then
+  sed -i -E 's/^(deb(-src)? .* main)$/\1 contrib non-free non-free-firmware/' /etc/apt/sources.list
+  grep -q '^deb-src' /etc/apt/sources.list || sed -n 's/^deb /deb-src /p' /etc/apt/sources.list >> /etc/apt/sources.list
+  changed=1
+fi
+
+pkgs=(
+  build-essential g++ gfortran cmake ninja-build python3 pkg-config dpkg-dev
+  libmkl-core libmkl-intel-thread libomp5-14 libomp-14-dev
+  libgtest-dev libgmock-dev libbenchmark-dev
+  libblas3 liblapack3 libblas-dev liblapack-dev liblapacke-dev
+  libblas-test liblapack-test libopenblas0-pthread
+  valgrind gnuplot-nox binutils
+)
+missing=()
+for p in "${pkgs[@]}"; do
+  dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q 'install ok installed' || missing+=("$p")
+done
+stamp=/var/lib/apt/lists/.vorn-updated
+if [ "$changed" = 1 ] || [ ${#missing[@]} -gt 0 ] || [ ! -f "$stamp" ]; then
+  apt-get update -q
+  touch "$stamp"
+fi
+if [ ${#missing[@]} -gt 0 ]; then
+  # MKL's licence prompt is a debconf note; accept it non-interactively.
+  echo 'libmkl-rt libmkl-rt/use-as-default-blas-lapack boolean false' | debconf-set-selections || true
+  apt-get install -y -q --no-install-recommends "${missing[@]}"
+fi
+
+# Reference LAPACK 3.11 sources, read by the catalogue generator.
+refsrc=/opt/vorn/lapack-src
+if [ ! -d "$refsrc/SRC" ]; then
+  mkdir -p /opt/vorn && tmp=$(mktemp -d)
+  (cd "$tmp" && apt-get source -q --download-only lapack >/dev/null && \
+   tar -xf lapack_*.orig.tar.* && rm -rf "$refsrc" && mv lapack-*/ "$refsrc")
+  rm -rf "$tmp"
+fi
+echo "setup: done"

@@ -132,7 +132,7 @@ def _split_top_level(text, sep):
 
 split_top_level = _split_top_level
 
-# Type spec that may precede FUNCTION in a header (or nothing).
+# Type that may precede FUNCTION in a header (or nothing).
 _TYPE_PREFIX = (
     r"(?:DOUBLE\s*PRECISION|DOUBLE\s*COMPLEX|REAL|INTEGER|LOGICAL|COMPLEX|CHARACTER)"
     r"(?:\s*\*\s*(?:\d+|\(\s*\*\s*\))|\s*\([^()]*\))?"

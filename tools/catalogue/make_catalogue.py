@@ -75,7 +75,9 @@ HEADER = """\
 #         for arrays, fn for an EXTERNAL procedure argument, hc/hz for the
 #         hidden result of a COMPLEX/COMPLEX*16 function, which comes first
 #         and is named RESULT
-#   INTENT in, out or io
+#   INTENT in, out or io, from the doxygen \\param direction; an argument
+#         documented in that the routine assigns to is io, an undocumented
+#         one is out/io if assigned, else in
 #   DIM   documented array dimension, upper case, blanks and outer
 #         parentheses removed; everything after the third ':' (it may itself
 #         contain ':').  Always present for i[] and l[]; '?' there means the
@@ -187,7 +189,7 @@ def _char_kind(length):
     raise CatalogueError(f"unsupported CHARACTER length {length!r}")
 
 
-def parse_type_spec(stmt, kinds):
+def parse_declared_type(stmt, kinds):
     """Split a declaration into (base kind, remainder) or return None."""
     m = _TYPE_START.match(stmt)
     if not m:
@@ -247,7 +249,7 @@ def declarations(unit):
                 if m and m.group("dims"):
                     entry(m.group("name"))["dims"] = m.group("dims")
             continue
-        parsed = parse_type_spec(stmt, kinds)
+        parsed = parse_declared_type(stmt, kinds)
         if parsed is None:
             continue
         base, rest = parsed
@@ -518,7 +520,7 @@ def usable_dim(dim, args, decl):
 def function_result(unit, decl):
     prefix = re.sub(r"\b(RECURSIVE|PURE|ELEMENTAL)\b", "", unit.prefix).strip()
     if prefix:
-        parsed = parse_type_spec(prefix + " " + unit.name, _kind_table(unit.statements))
+        parsed = parse_declared_type(prefix + " " + unit.name, _kind_table(unit.statements))
         if parsed is None:
             raise CatalogueError(f"{unit.name}: cannot read result type {unit.prefix!r}")
         kind = parsed[0]

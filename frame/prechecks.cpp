@@ -43,29 +43,28 @@ bool short_work(Int lwork, i64 minimum) { return lwork.value < minimum && lwork.
 
 }  // namespace
 
-int geqrf(std::string_view name, i64* info, Int m, Int n, Int lda, Int lwork) {
-  return Checker(name, info)
-      .fail_if(m.value < 0, m.position)
+namespace {
+// M, N and LDA of a general matrix, the first checks of several routines.
+Checker& general_matrix(Checker& c, Int m, Int n, Int lda) {
+  return c.fail_if(m.value < 0, m.position)
       .fail_if(n.value < 0, n.position)
-      .fail_if(lda.value < max1(m.value), lda.position)
-      .fail_if(short_work(lwork, max1(n.value)), lwork.position)
-      .done();
+      .fail_if(lda.value < max1(m.value), lda.position);
+}
+}  // namespace
+
+int geqrf(std::string_view name, i64* info, Int m, Int n, Int lda, Int lwork) {
+  Checker c(name, info);
+  return general_matrix(c, m, n, lda).fail_if(short_work(lwork, max1(n.value)), lwork.position).done();
 }
 
 int gelqf(std::string_view name, i64* info, Int m, Int n, Int lda, Int lwork) {
-  return Checker(name, info)
-      .fail_if(m.value < 0, m.position)
-      .fail_if(n.value < 0, n.position)
-      .fail_if(lda.value < max1(m.value), lda.position)
-      .fail_if(short_work(lwork, max1(m.value)), lwork.position)
-      .done();
+  Checker c(name, info);
+  return general_matrix(c, m, n, lda).fail_if(short_work(lwork, max1(m.value)), lwork.position).done();
 }
 
 int gebrd(std::string_view name, i64* info, Int m, Int n, Int lda, Int lwork) {
-  return Checker(name, info)
-      .fail_if(m.value < 0, m.position)
-      .fail_if(n.value < 0, n.position)
-      .fail_if(lda.value < max1(m.value), lda.position)
+  Checker c(name, info);
+  return general_matrix(c, m, n, lda)
       .fail_if(short_work(lwork, std::max({i64{1}, m.value, n.value})), lwork.position)
       .done();
 }
@@ -92,11 +91,8 @@ int orghr(std::string_view name, i64* info, Int n, Int ilo, Int ihi, Int lda, In
 }
 
 int getrf(std::string_view name, i64* info, Int m, Int n, Int lda) {
-  return Checker(name, info)
-      .fail_if(m.value < 0, m.position)
-      .fail_if(n.value < 0, n.position)
-      .fail_if(lda.value < max1(m.value), lda.position)
-      .done();
+  Checker c(name, info);
+  return general_matrix(c, m, n, lda).done();
 }
 
 int potrf(std::string_view name, i64* info, Char uplo, Int n, Int lda) {

@@ -48,25 +48,19 @@ VORN_HIDDEN int vorn_if_iparmq(const int* ispec, const char* name, const char* o
   return vorn::narrowed(mkl_lapack_iparmq(&ispec64, name, opts, &n64, &ilo64, &ihi64, &lwork64, lname, lopts));
 }
 
-VORN_HIDDEN int vorn_if_ilaprec(const char* prec, int length) {
+// ILAPREC, ILATRANS, ILAUPLO, ILADIAG: one character and the caller's length.
+extern "C++" {
+template <i64 (*Entry)(const char*, int)>
+int character_code(const char* letter, int length) {
   vorn::install_hooks();
-  return vorn::narrowed(mkl_lapack_ilaprec(prec, length));
+  return vorn::narrowed(Entry(letter, length));
+}
 }
 
-VORN_HIDDEN int vorn_if_ilatrans(const char* trans, int length) {
-  vorn::install_hooks();
-  return vorn::narrowed(mkl_lapack_ilatrans(trans, length));
-}
-
-VORN_HIDDEN int vorn_if_ilauplo(const char* uplo, int length) {
-  vorn::install_hooks();
-  return vorn::narrowed(mkl_lapack_ilauplo(uplo, length));
-}
-
-VORN_HIDDEN int vorn_if_iladiag(const char* diag, int length) {
-  vorn::install_hooks();
-  return vorn::narrowed(mkl_lapack_iladiag(diag, length));
-}
+VORN_HIDDEN int vorn_if_ilaprec(const char* prec, int length) { return character_code<mkl_lapack_ilaprec>(prec, length); }
+VORN_HIDDEN int vorn_if_ilatrans(const char* trans, int length) { return character_code<mkl_lapack_ilatrans>(trans, length); }
+VORN_HIDDEN int vorn_if_ilauplo(const char* uplo, int length) { return character_code<mkl_lapack_ilauplo>(uplo, length); }
+VORN_HIDDEN int vorn_if_iladiag(const char* diag, int length) { return character_code<mkl_lapack_iladiag>(diag, length); }
 
 // A character-valued function: the caller passes the result buffer and its
 // length ahead of TRANS.

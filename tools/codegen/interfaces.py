@@ -1,5 +1,8 @@
 """Interface functions of the regular routines: frame A for level-1 BLAS,
-frames C and D for LAPACK routines whose integers are all scalars."""
+frames C and D for LAPACK routines, with scratch arrays for the integer and
+logical arrays of the LAPACK routines."""
+import re
+
 from catalogue import Arg, Routine
 from cxx_types import (CALLER_RESULT, LIBRARY_RESULT, caller_type, library_type,
                     local_name, param_name)
@@ -22,6 +25,8 @@ def supported(r: Routine) -> bool:
     """Whether this generator builds the routine's interface function."""
     if r.name in overrides.hand_written():
         return False
+    if not r.is_blas and r.has_integer_arrays:
+        return r.group not in overrides.GROUPS_NOT_YET_BUILT
     if any(a.base == "fn" for a in r.args):
         return False
     if r.result == "ch":
@@ -89,6 +94,10 @@ def _treatment(r: Routine, a: Arg) -> str:
 def interface_function(r: Routine) -> str:
     if r.group == "B2":
         return sparse_interface_function(r)
+    if r.name in overrides.hand_written_bodies():
+        return f"// vorn_if_{r.lower} is written by hand in {_hand_file(r)}."
+    if not r.is_blas and r.has_integer_arrays:
+        return array_interface_function(r)
     params = ", ".join([f"{caller_type(a)} {param_name(a)}" for a in r.args]
                        + [f"int {p}" for p in _length_params(r)])
     lines = [f'extern "C" VORN_HIDDEN {CALLER_RESULT[r.result]} vorn_if_{r.lower}({params}) {{']
@@ -154,5 +163,356 @@ def sparse_interface_function(r: Routine) -> str:
         lines += [f"  const {result} value = {call};", "  return value;"]
     else:
         lines.append(f"  {call};")
+    lines.append("}")
+    return "\n".join(lines)
+
+
+# ---------------------------------------------------------------------------
+# LAPACK routines with integer or logical arrays.
+
+def _hand_file(r: Routine) -> str:
+    return next(f for f, names in overrides.HAND_WRITTEN_BODIES.items() if r.name in names)
+
+
+class Notation:
+    """Translates the catalogue's DIM texts and the override tables'
+    conditions (Fortran-like, see overrides.py) into C++ over the interface
+    function's locals."""
+
+    _TOKEN = re.compile(r"\s*(?:(\d+)|([A-Z][A-Z0-9_]*)|('[A-Za-z]')|(\*\*|/=|<=|>=|[-+*/(),=<>&|!]))")
+    _FUNCTIONS = {"MAX": "vorn::lapack::max_of({{{}}})", "MIN": "vorn::lapack::min_of({{{}}})",
+                  "ABS": "vorn::lapack::abs_of({})", "LG": "vorn::lapack::ceil_log2({})",
+                  "DEPTH": "vorn::lapack::lapack_depth({})"}
+    _RELATIONS = {"=": "==", "/=": "!=", "<": "<", ">": ">", "<=": "<=", ">=": ">="}
+
+    def __init__(self, r: Routine):
+        self.r = r
+        self.derived = overrides.keyed(overrides.DERIVED_SIZES, r.name) or {}
+        self.uses_query = False
+
+    def length(self, text: str) -> str:
+        """An element count; a multi-dimensional DIM is the product."""
+        parts = _split_top(text)
+        if len(parts) == 1:
+            return self.translate(text)
+        return " * ".join(f"({self.translate(part)})" for part in parts)
+
+    def translate(self, text: str) -> str:
+        self.tokens, self.pos = self._tokenize(text), 0
+        out = self._or()
+        if self.pos != len(self.tokens):
+            raise ValueError(f"{self.r.name}: cannot read {text!r}")
+        return out
+
+    def _tokenize(self, text: str) -> list[str]:
+        tokens, i = [], 0
+        text = text.strip()
+        while i < len(text):
+            m = self._TOKEN.match(text, i)
+            if not m or m.end() == i:
+                raise ValueError(f"{self.r.name}: bad notation {text!r}")
+            tokens.append(next(g for g in m.groups() if g is not None))
+            i = m.end()
+        return tokens
+
+    def _peek(self) -> str | None:
+        return self.tokens[self.pos] if self.pos < len(self.tokens) else None
+
+    def _take(self, expected: str | None = None) -> str:
+        t = self._peek()
+        if t is None or (expected is not None and t != expected):
+            raise ValueError(f"{self.r.name}: expected {expected!r} in {' '.join(self.tokens)}")
+        self.pos += 1
+        return t
+
+    def _or(self) -> str:
+        parts = [self._and()]
+        while self._peek() == "|":
+            self._take()
+            parts.append(self._and())
+        if "true" in parts:
+            return "true"
+        parts = [q for q in parts if q != "false"] or ["false"]
+        if len(parts) == 1:
+            return parts[0]
+        return " || ".join(f"({q})" if " && " in q and not _enclosed(q) else q for q in parts)
+
+    def _and(self) -> str:
+        parts = [self._not()]
+        while self._peek() == "&":
+            self._take()
+            parts.append(self._not())
+        if "false" in parts:
+            return "false"
+        parts = [q for q in parts if q != "true"] or ["true"]
+        return " && ".join(f"({q})" if " || " in q and not _enclosed(q) else q for q in parts)
+
+    def _not(self) -> str:
+        if self._peek() == "!":
+            self._take()
+            operand = self._not()
+            return {"false": "true", "true": "false"}.get(operand, f"!{operand}")
+        return self._relation()
+
+    def _relation(self) -> str:
+        start = self.pos
+        t = self._peek()
+        arg = self.r.arg(t) if t else None
+        if arg is not None and arg.is_character:
+            self._take()
+            rel = self._take()
+            letter = self._take()
+            if rel not in ("=", "/=") or not letter.startswith("'"):
+                raise ValueError(f"{self.r.name}: option test {' '.join(self.tokens[start:])}")
+            test = f"vorn::lapack::option({param_name(arg)}, {letter.upper()})"
+            return test if rel == "=" else f"!{test}"
+        left = self._sum()
+        if self._peek() in self._RELATIONS:
+            rel = self._RELATIONS[self._take()]
+            return f"({left} {rel} {self._sum()})"
+        return left
+
+    def _sum(self) -> str:
+        out = self._term()
+        while self._peek() in ("+", "-"):
+            op = self._take()
+            out = f"{out} {op} {self._term()}"
+        return out
+
+    def _term(self) -> str:
+        out = self._unary()
+        while self._peek() in ("*", "/"):
+            op = self._take()
+            out = f"{out} {op} {self._unary()}"
+        return out
+
+    def _unary(self) -> str:
+        if self._peek() == "-":
+            self._take()
+            return f"-{self._unary()}"
+        base = self._primary()
+        if self._peek() == "**":
+            self._take()
+            return f"vorn::lapack::power({base}, {self._unary()})"
+        return base
+
+    def _primary(self) -> str:
+        t = self._take()
+        if t == "(":
+            inner = self._or()
+            self._take(")")
+            return f"({inner})"
+        if t.isdigit():
+            return t
+        if t in self._FUNCTIONS and self._peek() == "(":
+            self._take("(")
+            args = [self._sum()]
+            while self._peek() == ",":
+                self._take()
+                args.append(self._sum())
+            self._take(")")
+            return self._FUNCTIONS[t].format(", ".join(args))
+        if t == "QUERY":
+            # Routines without a length argument never query.
+            if not query_lengths(self.r):
+                return "false"
+            self.uses_query = True
+            return "query"
+        if t in self.derived:
+            return f"({Notation(self.r).translate(self.derived[t])})"
+        a = self.r.arg(t)
+        if a is not None and a.is_integer_scalar:
+            return local_name(a)
+        raise ValueError(f"{self.r.name}: {t} is not an integer argument")
+
+
+def _enclosed(expr: str) -> bool:
+    """Whether the whole expression sits inside one pair of parentheses."""
+    if not expr.startswith("(") or not expr.endswith(")"):
+        return False
+    depth = 0
+    for i, ch in enumerate(expr):
+        depth += (ch == "(") - (ch == ")")
+        if depth == 0 and i < len(expr) - 1:
+            return False
+    return True
+
+
+def _grouped(condition: str) -> str:
+    return condition if " || " not in condition or _enclosed(condition) else f"({condition})"
+
+
+def _split_top(text: str) -> list[str]:
+    parts, depth, cur = [], 0, ""
+    for ch in text:
+        if ch == "," and depth == 0:
+            parts.append(cur)
+            cur = ""
+            continue
+        depth += (ch == "(") - (ch == ")")
+        cur += ch
+    return parts + [cur]
+
+
+class ArrayPlan:
+    """How one integer or logical array crosses: its scratch length, when it
+    is obtained, filled and copied back, as C++ expressions."""
+
+    def __init__(self, r: Routine, a: Arg, notation: Notation):
+        self.arg = a
+        rule = _merged_rule(r, a)
+        self.length = notation.length(rule.length or a.dim)
+        taken = notation.translate(rule.taken) if rule.taken else "true"
+        if taken == "false":
+            raise ValueError(f"{r.name}: {a.name} is never taken")
+        self.taken = None if taken == "true" else taken
+        self.copy_in = self._condition(notation, rule.copy_in)
+        self.copy_back = self._condition(notation, rule.copy_back)
+        self.back_length = notation.length(rule.back_length) if rule.back_length else None
+
+    @staticmethod
+    def _condition(notation: Notation, value) -> str | bool:
+        return notation.translate(value) if isinstance(value, str) else bool(value)
+
+    @property
+    def local(self) -> str:
+        return local_name(self.arg)
+
+    @property
+    def param(self) -> str:
+        return param_name(self.arg)
+
+
+def _merged_rule(r: Routine, a: Arg) -> overrides.ArrayRule:
+    """The catalogue's documentation, overlaid by every table that speaks of
+    this array, most general first."""
+    if a.dim in (None, "?") and not overrides.keyed(overrides.ARRAY_LENGTHS, r.name, a.name):
+        raise ValueError(f"{r.name}: no length for {a.name}")
+    workspace = a.name in overrides.WORKSPACE_ARRAYS
+    fields = {"length": a.dim,
+              "copy_in": a.intent in ("in", "io") and not workspace,
+              "copy_back": a.intent in ("out", "io") and not workspace}
+    layers = [overrides.ArrayRule(length=overrides.keyed(overrides.ARRAY_LENGTHS, r.name, a.name))]
+    if a.name == "IWORK" and "LIWORK" in (a.dim or ""):
+        layers.append(overrides.LENGTH_QUERY_IWORK)
+    if r.arg("FACT") is not None and a.name in overrides.FACT_CONDITIONED:
+        layers.append(overrides.FACT_CONDITIONED[a.name])
+    if overrides.keyed(overrides.PIVOTS_SKIPPED_ON_QUERY, r.name) == a.name:
+        layers.append(overrides.ArrayRule(taken="!QUERY"))
+    if a.name == "ISUPPZ" and overrides.keyed(overrides.ISUPPZ_ROUTINES, r.name):
+        family = r.name if r.name in overrides.ISUPPZ_ROUTINES else r.name[1:]
+        layers.append(overrides.isuppz_rule(family))
+    if r.name[1:] in overrides.IFAIL_DRIVERS and a.name in overrides.IFAIL_RULES:
+        layers.append(overrides.IFAIL_RULES[a.name])
+    for table in (overrides.FIXED_WORKSPACE, overrides.LOGICAL_ARRAYS, overrides.ARRAY_RULES):
+        rule = overrides.keyed(table, r.name, a.name)
+        if rule is not None:
+            layers.append(rule)
+    for layer in layers:
+        for key, value in vars(layer).items():
+            if value is not None:
+                fields[key] = value
+    return overrides.ArrayRule(**fields)
+
+
+def query_lengths(r: Routine) -> list[Arg]:
+    return [a for a in map(r.arg, overrides.QUERY_LENGTHS) if a is not None and a.is_integer_scalar]
+
+
+def _scalar_treatment(r: Routine, a: Arg) -> str:
+    """Array routines: documented outputs start from a zeroed cell, so an
+    output the caller left unset is never read."""
+    special = overrides.INTEGER_SCALAR_TREATMENT.get(r.name, {})
+    if a.name in special:
+        return special[a.name]
+    return {"in": "in", "out": "zeroed", "io": "out"}[a.intent]
+
+
+def _obtain_lines(r: Routine, p: ArrayPlan) -> list[str]:
+    """Obtain one scratch array (under its condition), fail cleanly, fill it."""
+    info = r.arg("INFO")
+    failure_info = param_name(info) if info is not None else "nullptr"
+    lines = [f"  const vorn::i64 {p.param}_length = {p.length};"]
+    indent = "  "
+    if p.taken:
+        lines += [f"  const bool {p.param}_taken = {p.taken};",
+                  f"  vorn::i64* {p.local} = nullptr;",
+                  f"  if ({p.param}_taken) {{",
+                  f"    {p.local} = scratch.obtain({p.param}_length);"]
+        indent = "    "
+    else:
+        lines.append(f"  vorn::i64* const {p.local} = scratch.obtain({p.param}_length);")
+    lines += [f"{indent}if ({p.local} == nullptr) {{",
+              f'{indent}  vorn::scratch_failure(scratch, "{r.name}", {failure_info});',
+              f"{indent}  return;",
+              f"{indent}}}"]
+    if p.copy_in:
+        copy = f"vorn::copy_in({p.local}, {p.param}, {p.param}_length);"
+        lines.append(f"{indent}if ({p.copy_in}) {copy}" if isinstance(p.copy_in, str) else f"{indent}{copy}")
+    if p.taken:
+        lines.append("  }")
+    return lines
+
+
+def _copy_back_line(p: ArrayPlan) -> str:
+    copy = f"vorn::copy_back({p.param}, {p.local}, {p.back_length or p.param + '_length'});"
+    conditions = [c for c in (f"{p.param}_taken" if p.taken else None,
+                              _grouped(p.copy_back) if isinstance(p.copy_back, str) else None) if c]
+    return f"  if ({' && '.join(conditions)}) {copy}" if conditions else f"  {copy}"
+
+
+def array_interface_function(r: Routine) -> str:
+    """Frame C (or D) with scratch arrays: widen, obtain and fill the arrays
+    in argument order, pre-check, call, narrow INFO and the outputs back;
+    the scratch set releases the arrays in the order obtained."""
+    notation = Notation(r)
+    plans = [ArrayPlan(r, a, notation) for a in r.args if a.is_integer_array]
+    untouched = {p.arg.name for p in plans if not p.copy_in and not p.copy_back}
+
+    def declared(a: Arg) -> str:
+        # A pure workspace never touches the caller's array.
+        return f"{caller_type(a)} /*{param_name(a)}*/" if a.name in untouched else f"{caller_type(a)} {param_name(a)}"
+
+    lines = ['#include "lapack/array_frame.h"',
+             f'extern "C" VORN_HIDDEN void vorn_if_{r.lower}({", ".join(map(declared, r.args))}) {{']
+    write_back = []
+    has_range = r.arg("RANGE") is not None
+    for a in r.args:
+        if not a.is_integer_scalar:
+            continue
+        how = _scalar_treatment(r, a)
+        init = "0" if how == "zeroed" else f"vorn::widen({param_name(a)})"
+        if has_range and a.name in overrides.OPTIONAL_SCALARS and how == "in":
+            init = f"{notation.translate(overrides.OPTIONAL_SCALARS[a.name])} ? {init} : 0"
+        lines.append(f"  vorn::i64 {local_name(a)} = {init};")
+        if how != "in":
+            write_back.append(f"  vorn::narrow({param_name(a)}, {local_name(a)});")
+
+    lengths = query_lengths(r)
+    convert = len(lengths) > 1
+    if convert or notation.uses_query:
+        lines.append("  const bool query = " + " || ".join(f"{local_name(a)} == -1" for a in lengths) + ";")
+    if convert:
+        # The library always sees a full query, never a mixed one.
+        lines.append("  if (query) {")
+        lines += [f"    {local_name(a)} = -1;" for a in lengths]
+        lines.append("  }")
+
+    lines.append(f"  vorn::ScratchSet<{len(plans)}> scratch;")
+    for p in plans:
+        lines += _obtain_lines(r, p)
+
+    call_args = [f"&{local_name(a)}" if a.is_integer_scalar else local_name(a) if a.is_integer_array
+                 else param_name(a) for a in r.args]
+    call_args += ["vorn::kCharLength"] * len(character_args(r))
+    call = [f'{library_entry(r)}({", ".join(call_args)});']
+    if r.name not in overrides.PS_ENTRY_WITHOUT_HOOKS:
+        call.insert(0, "vorn::install_hooks();")
+    if r.name in overrides.PRECHECKED:
+        lines += [f"  if ({precheck_call(r)} == 0) {{", *(f"    {c}" for c in call), "  }"]
+    else:
+        lines += [f"  {c}" for c in call]
+    lines += write_back
+    lines += [_copy_back_line(p) for p in plans if p.copy_back]
     lines.append("}")
     return "\n".join(lines)

@@ -2,6 +2,7 @@
 
 Everything the generator does differently for a routine is decided here and
 nowhere else, so that the irregular cases can be reviewed in one place."""
+from dataclasses import dataclass
 
 # Carried out by the computational library's mkl_lapack_ps_ entries, and
 # called without installing the hooks. The set is irregular on purpose
@@ -102,8 +103,192 @@ UPPER_ENTRY_TARGET = {"XERBLA": "vorn_if_XERBLA"}
 
 # Groups whose interface functions are not built yet; their names are not
 # exported until they are.
-GROUPS_NOT_YET_BUILT = frozenset({"B3", "B4"})
+GROUPS_NOT_YET_BUILT = frozenset()
 
 
 def hand_written() -> frozenset[str]:
     return frozenset().union(*HAND_WRITTEN.values())
+
+
+# ---------------------------------------------------------------------------
+# Integer and logical arrays of the LAPACK routines.
+#
+# By default an array is converted as the catalogue documents it: its DIM is
+# the scratch length, an `in` array is widened into the scratch array right
+# after it is obtained, an `out` array is narrowed back over its length after
+# the call, `io` both. The tables below state every departure from that.
+# Conditions and lengths are written over the routine's arguments in a small
+# Fortran-like notation: integer expressions with + - * / ( ), MAX MIN ABS,
+# LG(n) (smallest k with 2**k >= n) and DEPTH(n, smlsiz) (LAPACK's tree
+# depth INT(LOG2(n/(smlsiz+1)))+1); comparisons = /= < > <= >=; a character
+# argument compared with a letter (SORT='S') is an option test, folding
+# lower case onto upper case; & | ! combine; QUERY is true when a workspace
+# length argument is -1. Keys are a routine name or, for every precision at
+# once, the name without its precision letter.
+
+@dataclass(frozen=True)
+class ArrayRule:
+    length: str | None = None  # scratch elements; default: the catalogue's DIM
+    taken: str | None = None  # condition for obtaining the array; default: always
+    copy_in: str | bool | None = None  # None: by intent; False: never; str: condition
+    copy_back: str | bool | None = None  # likewise
+    back_length: str | None = None  # elements copied back; default: length
+
+
+# Length arguments whose value -1 asks for a workspace query. A routine with
+# several of them hands the library a full query when any one is -1.
+QUERY_LENGTHS = ("LWORK", "LIWORK", "NZC")
+
+# Scalars that the routine reads only under an option; the caller may leave
+# them unset otherwise, so they are read only then (and are 0 otherwise).
+OPTIONAL_SCALARS = {"IL": "RANGE='I'", "IU": "RANGE='I'"}
+
+# Integer workspaces: the caller's array is neither read nor written, the
+# library gets a scratch array of the documented length.
+WORKSPACE_ARRAYS = frozenset({"IWORK"})
+
+# Sizes that a DIM names without their being arguments.
+DERIVED_SIZES = {
+    # The merged problem of the divide-and-conquer SVD steps.
+    **{f: {"N": "NL+NR+1"} for f in ("LALS0", "LASD1", "LASD2", "LASD3", "LASD6", "LASD7")},
+    "LALSA": {"NLVL": "DEPTH(N,SMLSIZ)"},
+}
+
+# Arrays the catalogue gives no usable DIM for: the documented dimension
+# from the routine's text (lg n as in ?LAED0's own sizing).
+ARRAY_LENGTHS = {
+    ("LAED0", "IWORK"): "6+6*N+5*N*LG(N)",
+    ("LAED7", "PRMPTR"): "N*LG(N)",
+    ("LAED7", "PERM"): "N*LG(N)",
+    ("LAED7", "GIVPTR"): "N*LG(N)",
+    ("LAED7", "GIVCOL"): "2*N*LG(N)",
+}
+
+# Pivot and permutation arrays that a workspace query (LWORK = -1) leaves
+# alone: neither obtained nor converted then.
+PIVOTS_SKIPPED_ON_QUERY = {
+    "SYTRF": "IPIV", "HETRF": "IPIV", "SYSV": "IPIV", "HESV": "IPIV", "GETRI": "IPIV",
+    "GEQP3": "JPVT", "GELSY": "JPVT",
+}
+
+# In the expert drivers with a FACT argument the pivots come from the caller
+# only with FACT = 'F' and go back only when the routine factored.
+FACT_CONDITIONED = {"IPIV": ArrayRule(copy_in="FACT='F'", copy_back="FACT='N' | FACT='E'")}
+
+# IWORK sized by LIWORK: one element on a query, only IWORK(1) (the minimal
+# LIWORK) goes back. Recognised by its DIM naming LIWORK.
+LENGTH_QUERY_IWORK = ArrayRule(length="MAX(1,LIWORK)", copy_back=True, back_length="1")
+
+# ISUPPZ exists only when every eigenvector is computed; what "every" means
+# per routine.
+_ALL_BY_RANGE = "(RANGE='A' | RANGE='I' & IU-IL=N-1)"
+ISUPPZ_ROUTINES = {"SYEVR": _ALL_BY_RANGE, "HEEVR": _ALL_BY_RANGE, "STEVR": _ALL_BY_RANGE,
+                   "STEGR": "N>0", "STEMR": "N>0"}
+
+
+def isuppz_rule(family: str) -> ArrayRule:
+    return ArrayRule(length="2*MAX(1,N)", taken=f"JOBZ='V' & !QUERY & {ISUPPZ_ROUTINES[family]}",
+                     copy_back=True, back_length="2*MAX(1,M)")
+
+
+# Expert eigen-drivers: IWORK of 5N, IFAIL of N when eigenvectors are wanted;
+# neither on a query (the drivers without LWORK never query).
+IFAIL_DRIVERS = frozenset("""SYEVX SYGVX HEEVX HEGVX SBEVX SBGVX SPEVX SPGVX STEVX
+    HBEVX HBGVX HPEVX HPGVX""".split())
+IFAIL_RULES = {"IWORK": ArrayRule(length="5*N", taken="!QUERY"),
+               "IFAIL": ArrayRule(length="N", taken="JOBZ='V' & !QUERY", copy_back=True, back_length="N")}
+
+# Integer arrays with a fixed formula.
+FIXED_WORKSPACE = {
+    ("GESDD", "IWORK"): ArrayRule(length="8*MIN(M,N)", taken="!QUERY"),
+    ("TGSYL", "IWORK"): ArrayRule(length="M+N+6", taken="!QUERY"),
+    ("TGSY2", "IWORK"): ArrayRule(length="M+N+2"),
+    # IWORK(1..3) carry results in the reference but stay as the caller had them.
+    ("GEJSV", "IWORK"): ArrayRule(length="M+3*N"),
+    ("GGSVD", "IWORK"): ArrayRule(length="N", copy_back=True),  # sorting information
+    ("GGSVP", "IWORK"): ArrayRule(length="N"),
+    ("LARRJ", "IWORK"): ArrayRule(length="2*N"),
+    ("STEBZ", "IBLOCK"): ArrayRule(length="N"),
+    ("STEBZ", "ISPLIT"): ArrayRule(length="N"),
+    ("STEBZ", "IWORK"): ArrayRule(length="3*N"),
+    ("STEIN", "IBLOCK"): ArrayRule(length="N"),
+    ("STEIN", "ISPLIT"): ArrayRule(length="N"),
+    ("STEIN", "IWORK"): ArrayRule(length="N"),
+    ("STEIN", "IFAIL"): ArrayRule(length="M"),
+    ("LARRA", "ISPLIT"): ArrayRule(length="N"),
+    ("LAMRG", "INDEX"): ArrayRule(length="N1+N2"),
+    # Reverse communication: ISGN only ever comes back from the library.
+    ("LACON", "ISGN"): ArrayRule(length="N", copy_in=False, copy_back=True),
+    ("LACN2", "ISGN"): ArrayRule(length="N", copy_in=False, copy_back=True),
+    ("LACN2", "ISAVE"): ArrayRule(length="3", copy_in=True, copy_back=True),
+    ("LARNV", "ISEED"): ArrayRule(length="4", copy_in=True, copy_back=True),
+    ("LARUV", "ISEED"): ArrayRule(length="4", copy_in=True, copy_back=True),
+    ("LAR1V", "ISUPPZ"): ArrayRule(length="2", copy_in=False, copy_back=True),
+}
+
+# Logical arrays: taken only when the routine references them.
+_SORTING = "SORT='S' & !QUERY"
+_SELECTED = "HOWMNY='S'"
+LOGICAL_ARRAYS = {
+    ("GEES", "BWORK"): ArrayRule(length="N", taken=_SORTING, copy_in=False, copy_back=True),
+    ("GEESX", "BWORK"): ArrayRule(length="N", taken=_SORTING, copy_in=False, copy_back=True),
+    ("GGES", "BWORK"): ArrayRule(length="N", taken=_SORTING, copy_in=False, copy_back=True),
+    ("GGESX", "BWORK"): ArrayRule(length="N", taken=_SORTING, copy_in=False, copy_back=True),
+    ("GGEVX", "BWORK"): ArrayRule(length="N", taken="(SENSE='E' | SENSE='B' | SENSE='V') & !QUERY",
+                                  copy_in=False, copy_back=True),
+    # The real routines may widen a selection to both halves of a complex pair.
+    ("STREVC", "SELECT"): ArrayRule(length="N", taken=_SELECTED, copy_in=True, copy_back=True),
+    ("DTREVC", "SELECT"): ArrayRule(length="N", taken=_SELECTED, copy_in=True, copy_back=True),
+    ("CTREVC", "SELECT"): ArrayRule(length="N", taken=_SELECTED, copy_in=True, copy_back=False),
+    ("ZTREVC", "SELECT"): ArrayRule(length="N", taken=_SELECTED, copy_in=True, copy_back=False),
+    ("TGEVC", "SELECT"): ArrayRule(length="N", taken=_SELECTED, copy_in=True, copy_back=False),
+    ("TRSNA", "SELECT"): ArrayRule(length="N", taken=_SELECTED, copy_in=True, copy_back=False),
+    ("TGSNA", "SELECT"): ArrayRule(length="N", taken=_SELECTED, copy_in=True, copy_back=False),
+    ("TRSEN", "SELECT"): ArrayRule(length="N", copy_in=True, copy_back=False),
+    ("TGSEN", "SELECT"): ArrayRule(length="N", copy_in=True, copy_back=False),
+    ("SHSEIN", "SELECT"): ArrayRule(length="N", copy_in=True, copy_back=True),
+    ("DHSEIN", "SELECT"): ArrayRule(length="N", copy_in=True, copy_back=True),
+    ("CHSEIN", "SELECT"): ArrayRule(length="N", copy_in=True, copy_back=False),
+    ("ZHSEIN", "SELECT"): ArrayRule(length="N", copy_in=True, copy_back=False),
+}
+
+# Other arrays taken only when referenced, or whose direction differs from
+# the documented one.
+ARRAY_RULES = {
+    ("HSEIN", "IFAILL"): ArrayRule(taken="SIDE='L' | SIDE='B'"),
+    ("HSEIN", "IFAILR"): ArrayRule(taken="SIDE='R' | SIDE='B'"),
+    ("GGEVX", "IWORK"): ArrayRule(length="N+6", taken="(SENSE='N' | SENSE='B' | SENSE='V') & !QUERY"),
+    ("LAEBZ", "NVAL"): ArrayRule(taken="IJOB=3"),
+    ("LASD6", "PERM"): ArrayRule(taken="ICOMPQ/=0"),
+    ("LASD6", "GIVCOL"): ArrayRule(taken="ICOMPQ/=0"),
+    ("LASD7", "PERM"): ArrayRule(taken="ICOMPQ/=0"),
+    ("LASD7", "GIVCOL"): ArrayRule(taken="ICOMPQ/=0"),
+}
+
+# Interface functions of array routines written by hand: the sizes come from
+# the library's own tree depth or need conversions no table can express.
+# Their prototypes, library declarations and export entries are generated.
+HAND_WRITTEN_BODIES = {
+    "lapack/divide_conquer_s.cpp": frozenset("SGELSD SLALSD SBDSDC SLASDA SLAEDA".split()),
+    "lapack/divide_conquer_d.cpp": frozenset("DGELSD DLALSD DBDSDC DLASDA DLAEDA".split()),
+    "lapack/divide_conquer_c.cpp": frozenset("CGELSD CLALSD".split()),
+    "lapack/divide_conquer_z.cpp": frozenset("ZGELSD ZLALSD".split()),
+    "lapack/row_interchanges_s.cpp": frozenset({"SLASWP"}),
+    "lapack/row_interchanges_d.cpp": frozenset({"DLASWP"}),
+    "lapack/row_interchanges_c.cpp": frozenset({"CLASWP"}),
+    "lapack/row_interchanges_z.cpp": frozenset({"ZLASWP"}),
+}
+
+
+def hand_written_bodies() -> frozenset[str]:
+    return frozenset().union(*HAND_WRITTEN_BODIES.values())
+
+
+def keyed(table: dict, name: str, array: str | None = None):
+    """Entry of a table keyed by routine name or by precision-less family,
+    with the array's name as second key part where given."""
+    for routine in (name, name[1:]):
+        key = (routine, array) if array else routine
+        if key in table:
+            return table[key]
+    return None

@@ -1,0 +1,68 @@
+// Argument checks of the level 2 and 3 BLAS, run before the computational
+// library is called (its entries check nothing). A routine's checks are a
+// chain evaluated in the documented order; the first failing link is the
+// one reported, and nothing after it is evaluated.
+#pragma once
+#include <string_view>
+
+#include "frame/lp64.h"
+#include "frame/mkl_services.h"
+#include "frame/report.h"
+
+namespace vorn::blas {
+
+// Option letters as the computational library compares them: one letter,
+// either case.
+inline bool is(const char* option, char letter) { return mkl_serv_lsame(option, &letter, 1, 1) != 0; }
+
+inline bool one_of(const char* option, std::string_view letters) {
+  for (const char letter : letters) {
+    if (is(option, letter)) return true;
+  }
+  return false;
+}
+
+inline i64 at_least_one(i64 v) { return v > 1 ? v : 1; }
+
+class Checks {
+ public:
+  // `name` is the routine's name as reported, blanks included.
+  explicit Checks(std::string_view name) : name_(name) {}
+
+  Checks& option(const char* value, std::string_view letters, i64 position) {
+    if (failed_ == 0 && !one_of(value, letters)) failed_ = position;
+    return *this;
+  }
+  Checks& not_negative(i64 value, i64 position) { return fail_if(value < 0, position); }
+  Checks& not_zero(i64 increment, i64 position) { return fail_if(increment == 0, position); }
+  // A leading dimension must cover `rows` rows, and at least one.
+  Checks& covers(i64 ld, i64 rows, i64 position) { return fail_if(ld < at_least_one(rows), position); }
+  // A band leading dimension must exceed the number of off-diagonals held.
+  Checks& exceeds(i64 ld, i64 diagonals, i64 position) { return fail_if(diagonals >= ld, position); }
+
+  // 0 when every check passed; otherwise reports the failure and gives 1.
+  int verdict() const {
+    if (failed_ == 0) return 0;
+    report(name_, failed_);
+    return 1;
+  }
+
+ private:
+  Checks& fail_if(bool failed, i64 position) {
+    if (failed_ == 0 && failed) failed_ = position;
+    return *this;
+  }
+
+  std::string_view name_;
+  i64 failed_ = 0;
+};
+
+// Letter sets of the option arguments.
+inline constexpr std::string_view kTrans = "NTC";
+inline constexpr std::string_view kNoConjugate = "NT";
+inline constexpr std::string_view kConjugateOnly = "NC";
+inline constexpr std::string_view kUplo = "UL";
+inline constexpr std::string_view kDiag = "UN";
+inline constexpr std::string_view kSide = "LR";
+
+}  // namespace vorn::blas

@@ -1,0 +1,32 @@
+#include "lapack/array_frame.h"
+
+extern "C" VORN_HIDDEN int vorn_if_ilaenv(const int* ispec, const char* name, const char* opts, const int* n1,
+                                          const int* n2, const int* n3, const int* n4, int lname, int lopts);
+
+namespace vorn::lapack {
+
+i64 lapack_depth(i64 n, i64 smlsiz) {
+  // Counted in doubles like the reference; the cap only keeps a nonsensical
+  // SMLSIZ from looping.
+  const double x = static_cast<double>(n) / static_cast<double>(smlsiz + 1);
+  i64 k = 1;
+  while (k < 64 && x >= static_cast<double>(i64{1} << (k < 62 ? k : 62))) ++k;
+  return k;
+}
+
+i64 doubling_depth(double x) {
+  int k = 1;
+  if (x > 2.0) {
+    do {
+      ++k;
+    } while (k < 31 && x > static_cast<double>(1 << k));
+  }
+  return k;
+}
+
+int leaf_size(const char* name) {
+  const int ispec = 9, zero = 0;
+  return vorn_if_ilaenv(&ispec, name, " ", &zero, &zero, &zero, &zero, 6, 1);
+}
+
+}  // namespace vorn::lapack

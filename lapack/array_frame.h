@@ -1,0 +1,50 @@
+// What the interface functions of the LAPACK routines with integer or
+// logical arrays use beyond the common frame: option tests, the arithmetic
+// of the documented array dimensions, and the tree depths of the
+// divide-and-conquer routines.
+#pragma once
+#include <algorithm>
+#include <initializer_list>
+
+#include "frame/hooks.h"
+#include "frame/lp64.h"
+#include "frame/scratch.h"
+
+namespace vorn::lapack {
+
+// Option letters fold lower case onto upper case by clearing bit 5, as the
+// computational library does.
+inline bool option(const char* c, char letter) {
+  return (static_cast<unsigned char>(*c) & 0xDFu) == static_cast<unsigned char>(letter);
+}
+
+inline i64 max_of(std::initializer_list<i64> v) { return std::max(v); }
+inline i64 min_of(std::initializer_list<i64> v) { return std::min(v); }
+inline i64 abs_of(i64 v) { return v < 0 ? -v : v; }
+inline i64 power(i64 base, i64 exponent) {
+  i64 p = 1;
+  for (i64 i = 0; i < exponent; ++i) p *= base;
+  return p;
+}
+
+// lg n of the divide-and-conquer eigensolvers: the smallest k with 2^k >= n.
+inline i64 ceil_log2(i64 n) {
+  i64 k = 0;
+  while (k < 62 && (i64{1} << k) < n) ++k;
+  return k;
+}
+
+// LAPACK's tree depth INT(LOG2(N / (SMLSIZ + 1))) + 1, at least 1, for
+// sizing arrays documented with NLVL.
+i64 lapack_depth(i64 n, i64 smlsiz);
+
+// The layer's own depth for a ratio x = P / (SMLSIZ + 1): 1 for x <= 2,
+// else the smallest k with x <= 2^k. At exact powers of two this is one
+// less than LAPACK's INT(LOG2(x)) + 1; the sizes built on it carry a margin.
+i64 doubling_depth(double x);
+
+// SMLSIZ as LAPACK obtains it: ILAENV(9, name, " ", 0, 0, 0, 0) through the
+// layer's own LP64 ILAENV. `name` is the six-letter routine name.
+int leaf_size(const char* name);
+
+}  // namespace vorn::lapack

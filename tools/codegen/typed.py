@@ -1,0 +1,250 @@
+"""Build-time generator of the typed entry family VORN_stable_<NAME>.
+
+Reads catalogue/typed_entries.txt (the published signatures), checks every
+line against the routine's catalogue entry, and for each routine whose plain
+names the export table already carries writes
+  - a forwarder that hands the arguments to the routine's interface function
+    vorn_if_<name> (typed_entries.cpp),
+  - its declaration in the public header vorn/vorn_stable.hpp,
+  - its export in the version script, which is the plain family's script
+    with the C++ names added (exports_full.map)."""
+from __future__ import annotations
+
+import argparse
+import re
+import sys
+from dataclasses import dataclass
+from pathlib import Path
+
+sys.path.insert(0, str(Path(__file__).resolve().parent))
+
+import catalogue  # noqa: E402
+from cxx_types import CALLER_RESULT, caller_type, param_name  # noqa: E402
+import exports  # noqa: E402
+
+TYPED_PREFIX = "VORN_stable_"
+HEADER = "// Generated at build time from catalogue/typed_entries.txt; do not edit.\n"
+
+# The C++ names exported beside the typed family, as the linker demangles
+# them: the allocator pair, the sparse products and the type information of
+# the exception chain, which callers need to catch across the library's
+# boundary. The classes have no virtual functions, hence no vtables.
+FIXED_EXPORTS = [
+    "VORN_MKL_AlignedAlloc(int, unsigned long long)",
+    "VORN_MKL_AlignedFree(void*)",
+] + [f"VORN_instable_{p}csrmultcsr(char*, int*, int*, int*, int*, int*, double*, int*, int*, "
+     "double*, int*, int*, double*, int*, int*, int*, int*)" for p in ("d", "z")] + [
+    f"typeinfo{suffix} for {cls}"
+    for cls in ("VORN::Exception", "VORN::SystemError", "VORN::OutOfMemoryError",
+                "ARDU::OutOfAlignedMemory")
+    for suffix in ("", " name")]
+
+RESULTS = {"void": "sub", "double": "d", "int": "i"}
+SCALARS = {"char", "int", "float", "double"}
+
+
+@dataclass(frozen=True)
+class Param:
+    """One published parameter type, classified by how it is forwarded."""
+    how: str  # value, ref, aligned, pointer
+    element: str  # char int float double bool void
+    const: bool
+    top_const: bool = False  # `double* const`: plain pointer, const itself
+
+    def cxx(self) -> str:
+        c = "const " if self.const else ""
+        if self.how == "value":
+            return self.element
+        if self.how == "ref":
+            return f"{c}{self.element}&"
+        if self.how == "aligned":
+            return f"Kessnar::AlignedPtr<{c}{self.element}>"
+        return f"{c}{self.element}*" + (" const" if self.top_const else "")
+
+    def demangled(self) -> str:
+        """The spelling the linker's demangler gives; top-level const is no
+        part of a function's type."""
+        c = " const" if self.const else ""
+        if self.how == "value":
+            return self.element
+        if self.how == "ref":
+            return f"{self.element}{c}&"
+        if self.how == "aligned":
+            return f"Kessnar::AlignedPtr<{self.element}{c}>"
+        return f"{self.element}{c}*"
+
+
+_PATTERNS = [
+    (re.compile(r"AlignedPtr<(const )?(double|float|int|bool)>"), "aligned"),
+    (re.compile(r"(const )?(char|int|float|double)&"), "ref"),
+    (re.compile(r"(const )?(double|float|void)\*( const)?"), "pointer"),
+    (re.compile(r"()(char|int|double)"), "value"),
+]
+
+
+def parse_param(text: str) -> Param:
+    for pattern, how in _PATTERNS:
+        m = pattern.fullmatch(text)
+        if m:
+            top = how == "pointer" and m.group(3) is not None
+            return Param(how, m.group(2), m.group(1) is not None, top)
+    raise ValueError(f"unknown parameter type {text!r}")
+
+
+@dataclass(frozen=True)
+class Entry:
+    name: str
+    result: str
+    params: tuple[Param, ...]
+
+    @property
+    def symbol(self) -> str:
+        return TYPED_PREFIX + self.name
+
+
+def load_entries(path: Path) -> list[Entry]:
+    entries = []
+    for raw in Path(path).read_text().splitlines():
+        line = raw.strip()
+        if not line or line.startswith("#"):
+            continue
+        name, result, params = (f.strip() for f in line.split("|"))
+        if result not in RESULTS:
+            raise ValueError(f"{name}: unknown result {result!r}")
+        entries.append(Entry(name, result, tuple(parse_param(p.strip()) for p in params.split(","))))
+    return entries
+
+
+def check(entry: Entry, r: catalogue.Routine) -> list[str]:
+    """Disagreements between a published signature and the catalogue. The
+    element types themselves are checked by the compiler in the forwarder."""
+    errors = []
+    if RESULTS[entry.result] != r.result:
+        errors.append(f"result {entry.result} but the routine's is {r.result}")
+    if len(entry.params) != len(r.args):
+        return errors + [f"{len(entry.params)} parameters, the routine has {len(r.args)}"]
+    for i, (p, a) in enumerate(zip(entry.params, r.args), 1):
+        complex_scalar = a.base in ("c", "z") and not a.is_array
+        if a.base == "fn":
+            ok = p.how == "pointer" and p.element == "void"
+        elif a.is_array:
+            ok = p.how == "aligned" or (p.how == "pointer" and p.top_const)
+            ok = ok and (p.element != "bool" or a.base == "l")
+        elif complex_scalar:
+            ok = p.how == "pointer" and p.const
+        else:
+            ok = p.how in ("value", "ref") and p.element in SCALARS
+        if not ok:
+            errors.append(f"parameter {i} ({a.name}, {a.kind}) typed {p.cxx()}")
+    return errors
+
+
+def declaration(entry: Entry, r: catalogue.Routine) -> str:
+    params = ", ".join(f"{p.cxx()} {param_name(a)}" for p, a in zip(entry.params, r.args))
+    return f"VORN_API {entry.result} {entry.symbol}({params})"
+
+
+def forwarded(p: Param, a: catalogue.Arg) -> str:
+    """What reaches the interface function: the address of the entry's own
+    copy or of the caller's referent, the pointer an AlignedPtr holds, a raw
+    pointer as it is. Logical arrays typed bool are the routine's 32-bit
+    LOGICAL arrays all the same."""
+    n = param_name(a)
+    if p.how in ("value", "ref"):
+        return f"&{n}"
+    if p.how == "aligned":
+        return f"reinterpret_cast<int*>({n}.ptr)" if p.element == "bool" else f"{n}.ptr"
+    return n
+
+
+def forwarder(entry: Entry, r: catalogue.Routine) -> str:
+    call = f"vorn_if_{r.lower}({', '.join(forwarded(p, a) for p, a in zip(entry.params, r.args))})"
+    body = f"return {call};" if entry.result != "void" else f"{call};"
+    return f"{declaration(entry, r)} {{\n  {body}\n}}\n"
+
+
+def interface_declaration(r: catalogue.Routine) -> str:
+    # Only the listed arguments: the level-2 BLAS interface functions read
+    # character lengths after them, and a typed call passes none.
+    params = ", ".join(caller_type(a) for a in r.args)
+    return f'VORN_HIDDEN {CALLER_RESULT[r.result]} vorn_if_{r.lower}({params});'
+
+
+def demangled(entry: Entry) -> str:
+    return f"{entry.symbol}({', '.join(p.demangled() for p in entry.params)})"
+
+
+def merged_version_script(plain_script: str, cxx_names: list[str]) -> str:
+    """The plain family's script with a C++ block in its global list: the
+    linker takes a single anonymous version script."""
+    marker = "  local: *;"
+    if plain_script.count(marker) != 1:
+        raise ValueError("the plain version script has no single `local: *;` line")
+    block = ["    extern \"C++\" {"] + [f'      "{n}";' for n in cxx_names] + ["    };"]
+    return plain_script.replace(marker, "\n".join(block) + "\n" + marker)
+
+
+def write_if_changed(path: Path, text: str) -> None:
+    if not path.exists() or path.read_text() != text:
+        path.write_text(text)
+
+
+def main() -> int:
+    ap = argparse.ArgumentParser()
+    ap.add_argument("--catalogue", required=True, type=Path)
+    ap.add_argument("--entries", required=True, type=Path)
+    ap.add_argument("--exported", required=True, type=Path,
+                    help="the plain names the export table carries (exported_names.txt)")
+    ap.add_argument("--plain-map", required=True, type=Path)
+    ap.add_argument("--out", required=True, type=Path)
+    args = ap.parse_args()
+
+    routines = {r.name: r for r in catalogue.load(args.catalogue)}
+    entries = load_entries(args.entries)
+    errors = []
+    for e in entries:
+        if e.name not in routines:
+            errors.append(f"{e.name}: not in the catalogue")
+        else:
+            errors += [f"{e.name}: {msg}" for msg in check(e, routines[e.name])]
+    if len({e.name for e in entries}) != len(entries):
+        errors.append("an entry is listed twice")
+    if errors:
+        print("\n".join(errors), file=sys.stderr)
+        return 1
+
+    # A routine's interface function exists exactly when its plain names are
+    # exported: every spelling of the table ends in vorn_if_<name>.
+    plain = set(args.exported.read_text().split())
+    built = [e for e in entries if exports.PREFIX + e.name.lower() in plain]
+
+    out = args.out
+    (out / "include" / "vorn").mkdir(parents=True, exist_ok=True)
+    header = [HEADER,
+              "// The typed entries this build of the library provides; include",
+              "// vorn/vorn.hpp rather than this file.",
+              "#pragma once", '#include "vorn/aligned_ptr.hpp"', ""]
+    header += [declaration(e, routines[e.name]) + ";" for e in built]
+    header += ["", "// Lists the provided entries as X(NAME, name), for callers that enumerate them.",
+               "#define VORN_STABLE_ENTRIES(X) \\"]
+    header += [f"  X({e.name}, {e.name.lower()}) \\" for e in built] + [""]
+    write_if_changed(out / "include" / "vorn" / "vorn_stable.hpp", "\n".join(header) + "\n")
+
+    source = [HEADER, '#include "frame/lp64.h"', '#include "vorn/vorn_stable.hpp"', "",
+              "// Each entry stores nothing and tests nothing: it hands its arguments",
+              "// to the interface function the plain names reach, by address.",
+              'extern "C" {']
+    source += [interface_declaration(routines[e.name]) for e in built] + ["}", ""]
+    source += [forwarder(e, routines[e.name]) for e in built]
+    write_if_changed(out / "typed_entries.cpp", "\n".join(source))
+
+    cxx_names = [demangled(e) for e in built] + FIXED_EXPORTS
+    write_if_changed(out / "exports_full.map",
+                     merged_version_script(args.plain_map.read_text(), cxx_names))
+    write_if_changed(out / "typed_exported_names.txt", "\n".join(cxx_names) + "\n")
+    print(f"typed entries: {len(built)} of {len(entries)} built")
+    return 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())

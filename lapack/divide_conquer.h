@@ -19,12 +19,14 @@ inline i64 least_squares_iwork(const char* name, i64 p) {
   return (3 * nlvl + 14) * p;
 }
 
-// ?GELSD: the scratch IWORK is taken also for a workspace query, so that
-// IWORK(1) can bring the minimal LIWORK back. Call(rank64, iwork64, info64).
+// ?GELSD and ?LALSD: one IWORK sized from ILAENV's leaf size, taken also
+// for a workspace query. Only ?GELSD hands IWORK(1) back (the minimal LIWORK
+// of a query), between RANK and INFO. Call(rank64, iwork64, info64).
 template <class Call>
-void gelsd(std::string_view name, const char* lname, i64 minmn, int* rank, int* iwork, int* info, Call call) {
+void least_squares(std::string_view name, const char* lname, i64 p, int* rank, int* iwork_first, int* info,
+                   Call call) {
   ScratchSet<1> scratch;
-  i64* const iwork64 = scratch.obtain(least_squares_iwork(lname, minmn));
+  i64* const iwork64 = scratch.obtain(least_squares_iwork(lname, p));
   if (iwork64 == nullptr) {
     scratch_failure(scratch, name, info);
     return;
@@ -33,24 +35,19 @@ void gelsd(std::string_view name, const char* lname, i64 minmn, int* rank, int* 
   install_hooks();
   call(&rank64, iwork64, &info64);
   narrow(rank, rank64);
-  narrow(iwork, iwork64[0]);
+  if (iwork_first != nullptr) narrow(iwork_first, iwork64[0]);
   narrow(info, info64);
+}
+
+template <class Call>
+void gelsd(std::string_view name, const char* lname, i64 minmn, int* rank, int* iwork, int* info, Call call) {
+  least_squares(name, lname, minmn, rank, iwork, info, call);
 }
 
 // ?LALSD sizes from ILAENV's leaf size, not from its own SMLSIZ argument.
 template <class Call>
 void lalsd(std::string_view name, const char* lname, i64 n, int* rank, int* info, Call call) {
-  ScratchSet<1> scratch;
-  i64* const iwork64 = scratch.obtain(least_squares_iwork(lname, n));
-  if (iwork64 == nullptr) {
-    scratch_failure(scratch, name, info);
-    return;
-  }
-  i64 rank64 = 0, info64 = 0;
-  install_hooks();
-  call(&rank64, iwork64, &info64);
-  narrow(rank, rank64);
-  narrow(info, info64);
+  least_squares(name, lname, n, rank, nullptr, info, call);
 }
 
 // ?BDSDC: IQ only in compact form (COMPQ = 'P'), then IWORK of 8N.

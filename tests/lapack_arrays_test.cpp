@@ -19,6 +19,7 @@
 #include <vector>
 
 #include "support/observe.h"
+#include "support/fixtures.h"
 #include "support/reference.h"
 #include "vorn_instable.h"
 
@@ -28,6 +29,12 @@ using zd = std::complex<double>;
 // ------------------------------------------------------------ interposers
 
 namespace {
+
+using fixtures::allocation_sizes;
+using fixtures::max_diff;
+using fixtures::of_kind;
+using fixtures::random_matrix;
+using fixtures::symmetric_matrix;
 std::atomic<bool> g_overflowing_pivot{false};
 std::atomic<int> g_getrf_entries{0};
 }  // namespace
@@ -46,40 +53,6 @@ extern "C" void mkl_lapack_dgetrf(const i64* m, const i64* n, double* a, const i
 namespace {
 
 // ------------------------------------------------------------ helpers
-
-std::vector<double> random_matrix(int rows, int cols, unsigned seed) {
-  std::mt19937 gen(seed);
-  std::uniform_real_distribution<double> u(-1.0, 1.0);
-  std::vector<double> a(static_cast<size_t>(rows) * cols);
-  for (auto& x : a) x = u(gen);
-  return a;
-}
-
-std::vector<double> symmetric_matrix(int n, unsigned seed) {
-  auto a = random_matrix(n, n, seed);
-  for (int j = 0; j < n; ++j)
-    for (int i = 0; i < j; ++i) a[i + j * n] = a[j + i * n];
-  return a;
-}
-
-double max_diff(const std::vector<double>& a, const std::vector<double>& b) {
-  double d = 0;
-  for (size_t i = 0; i < a.size(); ++i) d = std::max(d, std::abs(a[i] - b[i]));
-  return d;
-}
-
-std::vector<observe::Event> of_kind(observe::Kind k) {
-  std::vector<observe::Event> out;
-  for (const auto& e : observe::events())
-    if (e.kind == k) out.push_back(e);
-  return out;
-}
-
-std::vector<size_t> allocation_sizes() {
-  std::vector<size_t> out;
-  for (const auto& e : of_kind(observe::Kind::Allocate)) out.push_back(e.bytes);
-  return out;
-}
 
 class Lapack : public ::testing::Test {
  protected:

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "support/observe.h"
+#include "support/fixtures.h"
 #include "support/reference.h"
 #include "vorn_instable.h"
 
@@ -18,28 +19,13 @@ using zd = std::complex<double>;
 
 namespace {
 
+using fixtures::allocation_sizes;
+using fixtures::max_diff;
+using fixtures::of_kind;
+using fixtures::random_matrix;
+using fixtures::symmetric_matrix;
+
 constexpr int kSentinel = 0x5A5A5A5A;
-
-std::vector<double> random_matrix(int rows, int cols, unsigned seed) {
-  std::mt19937 gen(seed);
-  std::uniform_real_distribution<double> u(-1.0, 1.0);
-  std::vector<double> a(static_cast<size_t>(rows) * cols);
-  for (auto& x : a) x = u(gen);
-  return a;
-}
-
-double max_diff(const double* a, const double* b, size_t n) {
-  double d = 0;
-  for (size_t i = 0; i < n; ++i) d = std::max(d, std::abs(a[i] - b[i]));
-  return d;
-}
-
-std::vector<size_t> allocation_sizes() {
-  std::vector<size_t> out;
-  for (const auto& e : observe::events())
-    if (e.kind == observe::Kind::Allocate) out.push_back(e.bytes);
-  return out;
-}
 
 // The computational library's leaf size, asked the way LAPACK asks it.
 int leaf_size(const char* name) {

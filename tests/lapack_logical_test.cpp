@@ -12,12 +12,19 @@
 #include <vector>
 
 #include "support/observe.h"
+#include "support/fixtures.h"
 #include "support/reference.h"
 #include "vorn_instable.h"
 
 using zd = std::complex<double>;
 
 namespace {
+
+using fixtures::allocation_sizes;
+using fixtures::max_diff;
+using fixtures::of_kind;
+using fixtures::random_matrix;
+using fixtures::symmetric_matrix;
 
 constexpr int kSentinel = 0x5A5A5A5A;
 std::atomic<int> g_selections{0};
@@ -30,27 +37,6 @@ extern "C" int negative_real(const double* wr, const double* /*wi*/) {
 extern "C" int negative_real_z(const zd* w) {
   ++g_selections;
   return w->real() < 0.0 ? 1 : 0;
-}
-
-std::vector<double> random_matrix(int rows, int cols, unsigned seed) {
-  std::mt19937 gen(seed);
-  std::uniform_real_distribution<double> u(-1.0, 1.0);
-  std::vector<double> a(static_cast<size_t>(rows) * cols);
-  for (auto& x : a) x = u(gen);
-  return a;
-}
-
-double max_diff(const std::vector<double>& a, const std::vector<double>& b) {
-  double d = 0;
-  for (size_t i = 0; i < std::min(a.size(), b.size()); ++i) d = std::max(d, std::abs(a[i] - b[i]));
-  return d;
-}
-
-std::vector<size_t> allocation_sizes() {
-  std::vector<size_t> out;
-  for (const auto& e : observe::events())
-    if (e.kind == observe::Kind::Allocate) out.push_back(e.bytes);
-  return out;
 }
 
 bool untouched(const std::vector<int>& v) {

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "support/observe.h"
+#include "support/fixtures.h"
 #include "support/reference.h"
 #include "vorn_instable.h"
 
@@ -19,6 +20,12 @@ using i64 = long long;
 using zd = std::complex<double>;
 
 namespace {
+
+using fixtures::allocation_sizes;
+using fixtures::max_diff;
+using fixtures::of_kind;
+using fixtures::random_matrix;
+using fixtures::symmetric_matrix;
 std::atomic<i64> g_seen_lwork{0}, g_seen_liwork{0};
 std::vector<i64> g_isgn_in, g_isgn_out, g_isave_in, g_isave_out;
 i64 g_kase_in = 0;
@@ -54,37 +61,6 @@ extern "C" void mkl_lapack_dlacn2(const i64* n, double* v, double* x, i64* isgn,
 namespace {
 
 constexpr int kSentinel = 0x5A5A5A5A;
-
-std::vector<double> random_matrix(int rows, int cols, unsigned seed) {
-  std::mt19937 gen(seed);
-  std::uniform_real_distribution<double> u(-1.0, 1.0);
-  std::vector<double> a(static_cast<size_t>(rows) * cols);
-  for (auto& x : a) x = u(gen);
-  return a;
-}
-
-std::vector<double> symmetric_matrix(int n, unsigned seed) {
-  auto a = random_matrix(n, n, seed);
-  for (int j = 0; j < n; ++j)
-    for (int i = 0; i < j; ++i) a[i + j * n] = a[j + i * n];
-  return a;
-}
-
-double max_diff(const double* a, const double* b, size_t n) {
-  double d = 0;
-  for (size_t i = 0; i < n; ++i) d = std::max(d, std::abs(a[i] - b[i]));
-  return d;
-}
-double max_diff(const std::vector<double>& a, const std::vector<double>& b) {
-  return max_diff(a.data(), b.data(), std::min(a.size(), b.size()));
-}
-
-std::vector<size_t> allocation_sizes() {
-  std::vector<size_t> out;
-  for (const auto& e : observe::events())
-    if (e.kind == observe::Kind::Allocate) out.push_back(e.bytes);
-  return out;
-}
 
 bool untouched(const std::vector<int>& v, size_t from = 0) {
   return std::all_of(v.begin() + static_cast<long>(from), v.end(), [](int x) { return x == kSentinel; });

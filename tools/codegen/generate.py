@@ -12,6 +12,7 @@ import exports  # noqa: E402
 import header  # noqa: E402
 import interfaces  # noqa: E402
 import overrides  # noqa: E402
+from outputs import write_if_changed  # noqa: E402
 
 HEADER = "// Generated at build time from catalogue/routines.cat; do not edit.\n"
 
@@ -20,11 +21,6 @@ UNITS = {"blas_level1": lambda r: r.is_blas,
          "lapack_s": lambda r: r.group == "L1", "lapack_d": lambda r: r.group == "L2",
          "lapack_c": lambda r: r.group == "L3", "lapack_z": lambda r: r.group == "L4",
          "lapack_other": lambda r: r.group == "L5"}
-
-
-def write_if_changed(path: Path, text: str) -> None:
-    if not path.exists() or path.read_text() != text:
-        path.write_text(text)
 
 
 def main() -> int:

@@ -21,6 +21,7 @@ sys.path.insert(0, str(Path(__file__).resolve().parent))
 import catalogue  # noqa: E402
 from cxx_types import CALLER_RESULT, caller_type, param_name  # noqa: E402
 import exports  # noqa: E402
+from outputs import write_if_changed  # noqa: E402
 
 TYPED_PREFIX = "VORN_stable_"
 HEADER = "// Generated at build time from catalogue/typed_entries.txt; do not edit.\n"
@@ -182,11 +183,6 @@ def merged_version_script(plain_script: str, cxx_names: list[str]) -> str:
         raise ValueError("the plain version script has no single `local: *;` line")
     block = ["    extern \"C++\" {"] + [f'      "{n}";' for n in cxx_names] + ["    };"]
     return plain_script.replace(marker, "\n".join(block) + "\n" + marker)
-
-
-def write_if_changed(path: Path, text: str) -> None:
-    if not path.exists() or path.read_text() != text:
-        path.write_text(text)
 
 
 def main() -> int:

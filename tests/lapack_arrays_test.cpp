@@ -30,11 +30,7 @@ using zd = std::complex<double>;
 
 namespace {
 
-using fixtures::allocation_sizes;
-using fixtures::max_diff;
-using fixtures::of_kind;
-using fixtures::random_matrix;
-using fixtures::symmetric_matrix;
+using namespace fixtures;
 std::atomic<bool> g_overflowing_pivot{false};
 std::atomic<int> g_getrf_entries{0};
 }  // namespace

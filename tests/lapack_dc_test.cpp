@@ -19,11 +19,7 @@ using zd = std::complex<double>;
 
 namespace {
 
-using fixtures::allocation_sizes;
-using fixtures::max_diff;
-using fixtures::of_kind;
-using fixtures::random_matrix;
-using fixtures::symmetric_matrix;
+using namespace fixtures;
 
 constexpr int kSentinel = 0x5A5A5A5A;
 

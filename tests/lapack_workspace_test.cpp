@@ -21,11 +21,7 @@ using zd = std::complex<double>;
 
 namespace {
 
-using fixtures::allocation_sizes;
-using fixtures::max_diff;
-using fixtures::of_kind;
-using fixtures::random_matrix;
-using fixtures::symmetric_matrix;
+using namespace fixtures;
 std::atomic<i64> g_seen_lwork{0}, g_seen_liwork{0};
 std::vector<i64> g_isgn_in, g_isgn_out, g_isave_in, g_isave_out;
 i64 g_kase_in = 0;

@@ -1,9 +1,17 @@
-"""Build-time generator of the standard-name companion library
-(libblas.so.3): one forwarder per reference BLAS routine, taking the call as
-a gfortran-compiled program makes it (lower case with a trailing underscore,
-character lengths as trailing size_t arguments, COMPLEX functions returning
-their value) and handing it to the plain family's VORN_instable_<lower>."""
+"""Build-time generator of the standard-name companion libraries.
+
+libblas.so.3: one forwarder per reference BLAS routine. liblapack.so.3: one
+per name the reference LAPACK library exports; a name in the routine set
+forwards to the plain family, any other goes to the reference library
+itself, through a jump stub resolved on first call.
+
+Forwarders take the call as a gfortran-compiled program makes it (lower
+case with a trailing underscore, character lengths as trailing size_t
+arguments, COMPLEX functions returning their value) and hand it to the
+plain family's VORN_instable_<lower>."""
 import argparse
+import re
+import subprocess
 import sys
 from pathlib import Path
 
@@ -11,35 +19,56 @@ sys.path.insert(0, str(Path(__file__).resolve().parent))
 
 import catalogue  # noqa: E402
 from cxx_types import caller_type, param_name  # noqa: E402
+from header import HAND_PROTOTYPES  # noqa: E402
+from outputs import write_if_changed  # noqa: E402
 
 HEADER = "// Generated at build time from catalogue/routines.cat; do not edit.\n"
 
 # The reference BLAS: every routine the catalogue takes from BLAS/SRC, and
 # XERBLA_ARRAY, which the reference BLAS ships as well although the
 # catalogue names LAPACK's identical copy.
-REFERENCE_SOURCE = "BLAS/SRC/"
+REFERENCE_BLAS_SOURCE = "BLAS/SRC/"
 ALSO_IN_REFERENCE_BLAS = frozenset({"XERBLA_ARRAY"})
-
-# Plain-family entries that read character lengths after the listed
-# arguments: the level 2 BLAS and the hand-written services. The others
-# take none, and none are passed.
-HAND_ENTRIES_WITH_LENGTHS = frozenset({"LSAME", "XERBLA", "XERBLA_ARRAY"})
 
 RESULT = {"sub": "void", "i": "int", "l": "int", "s": "float", "d": "double",
           "c": "std::complex<float>", "z": "std::complex<double>"}
 COMPONENT = {"c": "float", "z": "double"}
 
 
-def selected(r: catalogue.Routine) -> bool:
-    return r.source.startswith(REFERENCE_SOURCE) or r.name in ALSO_IN_REFERENCE_BLAS
+def in_reference_blas(r: catalogue.Routine) -> bool:
+    return r.source.startswith(REFERENCE_BLAS_SOURCE) or r.name in ALSO_IN_REFERENCE_BLAS
 
 
 def passes_lengths(r: catalogue.Routine) -> bool:
-    return r.group == "B3" or r.name in HAND_ENTRIES_WITH_LENGTHS
+    """The level 2 BLAS entries read the lengths of their option arguments."""
+    return r.group == "B3"
+
+
+def hand_forwarder(r: catalogue.Routine) -> tuple[str, str]:
+    """Entries with hand-written prototypes: the forwarder has the same
+    parameters, with the caller's size_t lengths where the entry takes int."""
+    result, params = re.fullmatch(r"(\w+) \{n\}\((.*)\)", HAND_PROTOTYPES[r.name]).groups()
+    entry = f"VORN_instable_{r.lower}"
+    outer, call = [], []
+    for p in ([] if params == "void" else params.split(", ")):
+        ctype, name = p.rsplit(" ", 1)
+        if ctype == "int" and name.endswith("_len"):
+            outer.append(f"std::size_t {name}")
+            call.append(f"static_cast<int>({name})")
+        else:
+            outer.append(p)
+            call.append(name)
+    declaration = f"{result} {entry}({params});"
+    invocation = f'{entry}({", ".join(call)})'
+    body = f"  {invocation};" if result == "void" else f"  return {invocation};"
+    return declaration, (f'VORN_DROPIN_EXPORT {result} {r.lower}_({", ".join(outer) or "void"}) {{\n'
+                         f"{body}\n}}")
 
 
 def forwarder(r: catalogue.Routine) -> tuple[str, str]:
     """(declaration of the plain-family entry, the exported forwarder)."""
+    if r.name in HAND_PROTOTYPES:
+        return hand_forwarder(r)
     args = [a for a in r.args if a.base not in ("hc", "hz")]
     # Every character argument, scalar or array, brings a hidden length.
     chars = [a for a in args if a.base in ("ch", "str")]
@@ -73,7 +102,7 @@ def forwarder(r: catalogue.Routine) -> tuple[str, str]:
     return declaration, "\n".join(lines)
 
 
-def source(routines: list[catalogue.Routine]) -> str:
+def forwarders_source(routines: list[catalogue.Routine]) -> str:
     pairs = [forwarder(r) for r in routines]
     out = [HEADER, "#include <complex>", "#include <cstddef>", "",
            '#include "dropin/export.h"', "", 'extern "C" {', "",
@@ -85,16 +114,69 @@ def source(routines: list[catalogue.Routine]) -> str:
     return "\n".join(out) + "\n"
 
 
+def reference_names(listing: str) -> list[str]:
+    """Function names from `nm -D --defined-only -P` of the reference
+    library."""
+    names = []
+    for line in listing.splitlines():
+        fields = line.split()
+        if len(fields) >= 2 and fields[1] in ("T", "W", "i"):
+            names.append(fields[0])
+    return sorted(set(names))
+
+
+def stubs_assembly(names: list[str]) -> str:
+    """One exported stub per name: its index in r11, then the shared
+    dispatcher, which jumps on to the reference library's routine with every
+    argument register and the stack untouched."""
+    out = [f"# {HEADER[3:]}", "  .text"]
+    for index, name in enumerate(names):
+        out += [f"  .globl {name}", f"  .type {name}, @function", "  .p2align 4", f"{name}:",
+                f"  movl ${index}, %r11d", "  jmp vorn_reference_dispatch", f"  .size {name}, .-{name}"]
+    out.append('  .section .note.GNU-stack,"",@progbits')
+    return "\n".join(out) + "\n"
+
+
+def stub_table_source(names: list[str]) -> str:
+    """The names the stubs stand for and their resolved addresses."""
+    listed = "\n".join(f'    "{n}",' for n in names)
+    return (f"{HEADER}#include \"dropin/reference_table.h\"\n\n"
+            f"const char* const vorn_reference_names[] = {{\n{listed}\n}};\n"
+            f"const unsigned vorn_reference_count = {len(names)};\n"
+            f"void* vorn_reference_slots[{len(names)}] = {{}};\n")
+
+
 def main() -> int:
     ap = argparse.ArgumentParser()
     ap.add_argument("--catalogue", required=True, type=Path)
-    ap.add_argument("--out", required=True, type=Path)
+    ap.add_argument("--library", choices=("blas", "lapack"), required=True)
+    ap.add_argument("--out", required=True, type=Path, help="the forwarders (C++)")
+    ap.add_argument("--reference", type=Path, help="lapack: the reference LAPACK library")
+    ap.add_argument("--nm", default="nm", help="lapack: the nm that reads it")
+    ap.add_argument("--stubs", type=Path, help="lapack: stubs into the reference library (assembly)")
+    ap.add_argument("--stub-table", type=Path, help="lapack: the stubs' names and slots (C++)")
     args = ap.parse_args()
-    routines = [r for r in catalogue.load(args.catalogue) if selected(r)]
-    text = source(routines)
-    args.out.parent.mkdir(parents=True, exist_ok=True)
-    if not args.out.exists() or args.out.read_text() != text:
-        args.out.write_text(text)
+    routines = catalogue.load(args.catalogue)
+    if args.library == "blas":
+        selected, others = [r for r in routines if in_reference_blas(r)], []
+    else:
+        if not (args.reference and args.stubs and args.stub_table):
+            ap.error("--library lapack needs --reference, --stubs and --stub-table")
+        listing = subprocess.run([args.nm, "-D", "--defined-only", "-P", str(args.reference)],
+                                 check=True, capture_output=True, text=True).stdout
+        names = reference_names(listing)
+        by_name = {f"{r.lower}_": r for r in routines}
+        selected = [by_name[n] for n in names if n in by_name]
+        others = [n for n in names if n not in by_name]
+        if len(names) < 1000:
+            ap.error(f"only {len(names)} names in {args.reference}")
+    for path in (args.out, args.stubs, args.stub_table):
+        if path:
+            path.parent.mkdir(parents=True, exist_ok=True)
+    write_if_changed(args.out, forwarders_source(selected))
+    if args.library == "lapack":
+        write_if_changed(args.stubs, stubs_assembly(others))
+        write_if_changed(args.stub_table, stub_table_source(others))
     return 0
 
 

@@ -51,7 +51,10 @@ def main() -> int:
 
     for unit, member in UNITS.items():
         body = [HEADER, '#include "library_entries.h"', '#include "frame/hooks.h"',
-                '#include "frame/prechecks.h"', '#include "frame/scratch.h"', ""]
+                '#include "frame/prechecks.h"', '#include "frame/scratch.h"']
+        if unit.startswith("lapack"):
+            body.append('#include "lapack/array_frame.h"')
+        body.append("")
         body += [interfaces.interface_function(r) + "\n" for r in generated if member(r)]
         write_if_changed(out / f"{unit}.cpp", "\n".join(body))
 

@@ -25,7 +25,7 @@ HAND_PROTOTYPES = {
     "XERBLA_ARRAY": "void {n}(const char* srname_array, const int* srname_len, const int* info, "
                     "int element_len)",
 }
-assert set(HAND_PROTOTYPES) == overrides.hand_written()
+assert set(HAND_PROTOTYPES) <= overrides.hand_written()
 
 
 def prototype(r: Routine, name: str) -> str:

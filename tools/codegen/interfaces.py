@@ -7,6 +7,7 @@ from catalogue import Arg, Routine
 from cxx_types import (CALLER_RESULT, LIBRARY_RESULT, caller_type, library_type,
                     local_name, param_name)
 import overrides
+from header import HAND_PROTOTYPES
 
 
 def uses_blas_frame(r: Routine) -> bool:
@@ -23,7 +24,7 @@ def library_entry(r: Routine) -> str:
 
 def supported(r: Routine) -> bool:
     """Whether this generator builds the routine's interface function."""
-    if r.name in overrides.hand_written():
+    if r.name in HAND_PROTOTYPES:
         return False
     if not r.is_blas and r.has_integer_arrays:
         return r.group not in overrides.GROUPS_NOT_YET_BUILT
@@ -94,8 +95,8 @@ def _treatment(r: Routine, a: Arg) -> str:
 def interface_function(r: Routine) -> str:
     if r.group == "B2":
         return sparse_interface_function(r)
-    if r.name in overrides.hand_written_bodies():
-        return f"// vorn_if_{r.lower} is written by hand in {_hand_file(r)}."
+    if r.name in overrides.hand_written():
+        return f"// vorn_if_{r.lower} is written by hand in {overrides.hand_written_file(r.name)}."
     if not r.is_blas and r.has_integer_arrays:
         return array_interface_function(r)
     params = ", ".join([f"{caller_type(a)} {param_name(a)}" for a in r.args]
@@ -169,10 +170,6 @@ def sparse_interface_function(r: Routine) -> str:
 
 # ---------------------------------------------------------------------------
 # LAPACK routines with integer or logical arrays.
-
-def _hand_file(r: Routine) -> str:
-    return next(f for f, names in overrides.HAND_WRITTEN_BODIES.items() if r.name in names)
-
 
 class Notation:
     """Translates the catalogue's DIM texts and the override tables'
@@ -473,8 +470,7 @@ def array_interface_function(r: Routine) -> str:
         # A pure workspace never touches the caller's array.
         return f"{caller_type(a)} /*{param_name(a)}*/" if a.name in untouched else f"{caller_type(a)} {param_name(a)}"
 
-    lines = ['#include "lapack/array_frame.h"',
-             f'extern "C" VORN_HIDDEN void vorn_if_{r.lower}({", ".join(map(declared, r.args))}) {{']
+    lines = [f'extern "C" VORN_HIDDEN void vorn_if_{r.lower}({", ".join(map(declared, r.args))}) {{']
     write_back = []
     has_range = r.arg("RANGE") is not None
     for a in r.args:

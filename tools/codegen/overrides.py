@@ -94,6 +94,17 @@ HAND_WRITTEN = {
     "frame/service.cpp": frozenset("""
         LSAME LSAMEN SECOND DSECND ILAENV IPARMQ ILAPREC ILATRANS ILAUPLO
         ILADIAG CHLA_TRANSTYPE XERBLA_ARRAY""".split()),
+    # Array routines whose sizes come from the library's own tree depth or
+    # need conversions no table can express. Unlike the services above, their
+    # prototypes and library declarations are generated from the catalogue.
+    "lapack/divide_conquer_s.cpp": frozenset("SGELSD SLALSD SBDSDC SLASDA SLAEDA".split()),
+    "lapack/divide_conquer_d.cpp": frozenset("DGELSD DLALSD DBDSDC DLASDA DLAEDA".split()),
+    "lapack/divide_conquer_c.cpp": frozenset("CGELSD CLALSD".split()),
+    "lapack/divide_conquer_z.cpp": frozenset("ZGELSD ZLALSD".split()),
+    "lapack/row_interchanges_s.cpp": frozenset({"SLASWP"}),
+    "lapack/row_interchanges_d.cpp": frozenset({"DLASWP"}),
+    "lapack/row_interchanges_c.cpp": frozenset({"CLASWP"}),
+    "lapack/row_interchanges_z.cpp": frozenset({"ZLASWP"}),
 }
 
 # Export entries that bypass the interface function: the upper XERBLA
@@ -108,6 +119,10 @@ GROUPS_NOT_YET_BUILT = frozenset()
 
 def hand_written() -> frozenset[str]:
     return frozenset().union(*HAND_WRITTEN.values())
+
+
+def hand_written_file(name: str) -> str:
+    return next(f for f, names in HAND_WRITTEN.items() if name in names)
 
 
 # ---------------------------------------------------------------------------
@@ -264,25 +279,6 @@ ARRAY_RULES = {
     ("LASD7", "PERM"): ArrayRule(taken="ICOMPQ/=0"),
     ("LASD7", "GIVCOL"): ArrayRule(taken="ICOMPQ/=0"),
 }
-
-# Interface functions of array routines written by hand: the sizes come from
-# the library's own tree depth or need conversions no table can express.
-# Their prototypes, library declarations and export entries are generated.
-HAND_WRITTEN_BODIES = {
-    "lapack/divide_conquer_s.cpp": frozenset("SGELSD SLALSD SBDSDC SLASDA SLAEDA".split()),
-    "lapack/divide_conquer_d.cpp": frozenset("DGELSD DLALSD DBDSDC DLASDA DLAEDA".split()),
-    "lapack/divide_conquer_c.cpp": frozenset("CGELSD CLALSD".split()),
-    "lapack/divide_conquer_z.cpp": frozenset("ZGELSD ZLALSD".split()),
-    "lapack/row_interchanges_s.cpp": frozenset({"SLASWP"}),
-    "lapack/row_interchanges_d.cpp": frozenset({"DLASWP"}),
-    "lapack/row_interchanges_c.cpp": frozenset({"CLASWP"}),
-    "lapack/row_interchanges_z.cpp": frozenset({"ZLASWP"}),
-}
-
-
-def hand_written_bodies() -> frozenset[str]:
-    return frozenset().union(*HAND_WRITTEN_BODIES.values())
-
 
 def keyed(table: dict, name: str, array: str | None = None):
     """Entry of a table keyed by routine name or by precision-less family,

@@ -1,0 +1,290 @@
+#!/usr/bin/env python3
+"""Runs the reference LAPACK test programs (Debian's liblapack-test) twice on
+the same inputs: once against the reference LAPACK and BLAS, once through
+the companion liblapack.so.3/libblas.so.3 and so through the layer. The
+error-exit tests are switched off in the inputs. Each program prints one
+summary line per test path ("DGE", "DGS drivers", ...); the layer must run
+the same tests as the reference and fail no more of them, path by path.
+
+  lapack_suite.py check --precision d --dropin-dir DIR --work-dir DIR
+                        [--preload LIBS] [--families lin,mixed,rfp,eig]
+
+Writes <work>/<precision>/{reference,layer}/*.out, a summary.json beside
+them, and prints the comparison table. Exit status 1 when the layer falls
+behind anywhere, or when a program crashed or did not finish.
+"""
+from __future__ import annotations
+
+import argparse
+import json
+import os
+import re
+import subprocess
+import sys
+import time
+from dataclasses import dataclass, field
+from pathlib import Path
+
+PROGRAMS = Path("/usr/lib/x86_64-linux-gnu/lapack")
+REFERENCE_PATH = "/usr/lib/x86_64-linux-gnu/lapack:/usr/lib/x86_64-linux-gnu/blas"
+
+# The eigenvalue inputs, as LAPACK's own test driver lists them, with the
+# balancing inputs its CMake runs as well; "?" is the precision letter.
+EIG_INPUTS = ("nep sep se2 svd ?ec ?ed ?gg ?gd ?sb ?sg ?bb glm gqr gsv csd lse "
+              "?bal ?bak ?gbal ?gbak").split()
+MIXED = {"d": ("xlintstds", "dstest.in"), "z": ("xlintstzc", "zctest.in")}
+FAMILIES = ("lin", "mixed", "rfp", "eig")
+
+
+@dataclass(frozen=True)
+class Known:
+    """A path where the layer's run fails more tests than the reference's,
+    for a reason outside the bridge, with the most failures seen."""
+    most: int
+    why: str
+    extra_runs: int = 0  # tests the layer's run may count beyond the reference's
+
+
+# Each was traced with attribute.py, which routes chosen names to the
+# reference libraries: the difference goes away exactly when the named
+# routines are the reference's. A preloaded library calling the
+# computational library's entries directly, without the layer, fails the
+# same tests (checked for ZGEEV and ?GEMM). ?GGES3/?GGEV3 lie outside the
+# routine set and come from reference 3.11, whose QZ (?LAQZ0..4) expects
+# the newer ?TGEXC/?TGEX2 and meets the computational library's ?GEMM on
+# matrices scaled near overflow and underflow.
+KNOWN_DIFFERENCES = {
+    ("xeigtsts < sgd.in", "SGS drivers"): Known(3, "SGGES3 (reference) over STGEXC/STGEX2, SLARTG, SLARFG, "
+                                                   "SGEQRF, SORMQR, SHGEQZ, STGSEN; borderline ratios"),
+    ("xeigtsts < sgd.in", "SGV drivers"): Known(9, "SGGEV3 (reference) over SGEMM, SLARFG, STGEXC/STGEX2"),
+    ("xeigtstd < dgd.in", "DGS drivers"): Known(4, "DGGES3 (reference) over DTGEXC/DTGEX2"),
+    ("xeigtstd < dgd.in", "DGV drivers"): Known(20, "DGGEV3 (reference) over DGEMM (16) and DTGEXC/DTGEX2 (4)"),
+    ("xeigtstc < cgd.in", "CGV drivers"): Known(20, "CGGEV3 (reference) over CGEMM"),
+    ("xeigtstz < zgd.in", "ZGV drivers"): Known(2, "ZGGEV3 (reference) over ZGEMM"),
+    ("xeigtstc < ced.in", "CEV"): Known(3, "CGEEV at N = 20, type 20 (scaled near overflow), with the "
+                                          "larger workspace: ratios near 1/ulp", extra_runs=1),
+    ("xeigtstz < zed.in", "ZEV"): Known(3, "ZGEEV, the same case as CGEEV", extra_runs=1),
+    ("xlintstrfs < stest_rfp.in", "STFSM auxiliary routine"): Known(1, "STFSM at M = N = 50: ratio 42.7 "
+                                                                       "against 30"),
+    ("xlintstrfc < ctest_rfp.in", "CTFSM auxiliary routine"): Known(1, "CTFSM at M = N = 50: ratio 30.19 "
+                                                                       "against 30"),
+    ("xeigtsts < svd.in", "SBD"): Known(1, "one borderline ratio (52.4 against 50) on a test matrix made with "
+                                           "SLARNV and SNRM2; gone with either from the reference"),
+}
+
+# Runs that do not finish through the computational library. They run with
+# a short time limit, and are compared as usual should they ever finish.
+KNOWN_HANGS = {
+    "xeigtstc < gsv.in": "the computational library's CTGSJA never returns on CCKGSV's first case (the "
+                         "input of reference LAPACK issue 411), where the reference returns at once",
+}
+HANG_LIMIT = 30
+
+
+@dataclass(frozen=True)
+class Run:
+    program: str
+    input: str
+
+    @property
+    def label(self) -> str:
+        return f"{self.program} < {self.input}"
+
+    @property
+    def output(self) -> str:
+        return f"{self.program}_{self.input.removesuffix('.in')}.out"
+
+
+def runs_for(precision: str, families: list[str]) -> list[Run]:
+    out = []
+    if "lin" in families:
+        out.append(Run(f"xlintst{precision}", f"{precision}test.in"))
+    if "mixed" in families and precision in MIXED:
+        out.append(Run(*MIXED[precision]))
+    if "rfp" in families:
+        out.append(Run(f"xlintstrf{precision}", f"{precision}test_rfp.in"))
+    if "eig" in families:
+        out += [Run(f"xeigtst{precision}", i.replace("?", precision) + ".in") for i in EIG_INPUTS]
+    return out
+
+
+ERROR_EXIT_LINE = re.compile(r"^(\s*)(T|\.TRUE\.)(\s+Put T to test the error exits)", re.I | re.M)
+
+
+def without_error_exits(text: str) -> str:
+    return ERROR_EXIT_LINE.sub(lambda m: m.group(1) + ("F" if m.group(2) == "T" else ".FALSE.") + m.group(3),
+                               text)
+
+
+# Summary lines, failing and passing:
+#   " DGE:    8 out of  3744 tests failed to pass the threshold"
+#   " DGS drivers:      4 out of   1560 tests failed to pass the threshold"
+#   " All tests for DGE routines passed the threshold (  3744 tests run)"
+FAILED = re.compile(r"^\s*(.+?):?\s+(\d+) out of\s+(\d+) tests failed", re.M)
+PASSED = re.compile(r"All tests for (.+?)\s+passed the threshold \(\s*(\d+) tests run\)", re.M)
+# Lines that mean something went wrong outside the threshold tests.
+TROUBLE = re.compile(r"^.*(?:XERBLA was called|Illegal|illegal|returned INFO|INFO\s*=|\*\*\* Error code"
+                     r"|MKL ERROR|Sanitizer|runtime error|Segmentation).*$", re.M)
+
+
+def path_key(text: str) -> str:
+    return re.sub(r"\s+", " ", text.strip().rstrip(":")).removesuffix(" routines")
+
+
+@dataclass
+class Outcome:
+    finished: bool = False
+    status: int = 0
+    seconds: float = 0.0
+    paths: dict[str, list[int]] = field(default_factory=dict)  # key -> [run, failed]
+    trouble: list[str] = field(default_factory=list)
+
+
+def parse(text: str, status: int, seconds: float) -> Outcome:
+    o = Outcome(finished="End of tests" in text, status=status, seconds=seconds)
+    for m in FAILED.finditer(text):
+        entry = o.paths.setdefault(path_key(m.group(1)), [0, 0])
+        entry[0] += int(m.group(3))
+        entry[1] += int(m.group(2))
+    for m in PASSED.finditer(text):
+        o.paths.setdefault(path_key(m.group(1)), [0, 0])[0] += int(m.group(2))
+    o.trouble = [line.strip() for line in TROUBLE.findall(text)]
+    return o
+
+
+def run_all(runs: list[Run], env: dict[str, str], work: Path, timeout: int,
+            known_hangs: frozenset[str] = frozenset(), log_bindings: bool = False) -> dict[str, Outcome]:
+    """Runs the programs; with log_bindings, the loader logs the first
+    run's symbol bindings to <work>/bindings.<pid>."""
+    work.mkdir(parents=True, exist_ok=True)
+    for old in work.glob("bindings.*"):
+        old.unlink()
+    outcomes = {}
+    for index, run in enumerate(runs):
+        run_env = env
+        if log_bindings and index == 0:
+            run_env = {**env, "LD_DEBUG": "bindings", "LD_DEBUG_OUTPUT": str(work / "bindings")}
+        source = PROGRAMS / run.input
+        (work / run.input).write_text(without_error_exits(source.read_text()))
+        start = time.monotonic()
+        try:
+            with open(work / run.input) as stdin:
+                p = subprocess.run([str(PROGRAMS / run.program)], stdin=stdin, cwd=work, env=run_env,
+                                   stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
+                                   timeout=HANG_LIMIT if run.label in known_hangs else timeout)
+            text, status = p.stdout.decode(errors="replace"), p.returncode
+        except subprocess.TimeoutExpired as e:
+            text, status = (e.stdout or b"").decode(errors="replace") + "\n(timed out)\n", -1
+        (work / run.output).write_text(text)
+        outcomes[run.label] = parse(text, status, time.monotonic() - start)
+    (work / "summary.json").write_text(json.dumps({k: vars(v) for k, v in outcomes.items()}, indent=1))
+    return outcomes
+
+
+def loaded_libraries(program: Path, env: dict[str, str]) -> str:
+    return subprocess.run([str(program)], env={**env, "LD_TRACE_LOADED_OBJECTS": "1"},
+                          capture_output=True, text=True).stdout
+
+
+def check_bindings(work: Path, dropin: Path) -> list[str]:
+    """The calls went program -> companion library -> layer, and the
+    reference library's own calls came back into the companion library."""
+    log = "".join(p.read_text(errors="replace") for p in work.glob("bindings.*"))
+    lapack = re.escape(f"{dropin}/liblapack.so.3")
+    wanted = {
+        "program into the companion liblapack.so.3": rf"binding file /usr/\S+/xl\S+ \[0\] to {lapack} \[0\]: "
+                                                     r"normal symbol `[a-z0-9_]+_'",
+        "companion liblapack.so.3 into the layer": rf"binding file {lapack} \[0\] to \S+/libvorn\.so[.0-9]* "
+                                                   r"\[0\]: normal symbol `VORN_instable_",
+        "reference LAPACK back into the companion library": r"binding file \S+/lapack/liblapack\.so\.3 \[0\] "
+                                                            rf"to {lapack} \[0\]: normal symbol `[a-z0-9_]+_'",
+    }
+    return [f"no binding seen: {what}" for what, pattern in wanted.items() if not re.search(pattern, log)]
+
+
+def compare(runs: list[Run], reference: dict[str, Outcome], layer: dict[str, Outcome]) -> list[str]:
+    """Prints the table and the known differences met; returns the problems."""
+    problems, known = [], []
+    print(f"{'run':<34} {'path':<26} {'reference':>18} {'layer':>18}")
+    for run in runs:
+        ref, lay = reference[run.label], layer[run.label]
+        if run.label in KNOWN_HANGS and lay.status == -1:
+            known.append(f"{run.label}: did not finish in {HANG_LIMIT} s: {KNOWN_HANGS[run.label]}")
+            continue
+        for who, o in (("reference", ref), ("layer", lay)):
+            if not o.finished or o.status != 0:
+                problems.append(f"{run.label}: {who} exited with {o.status}"
+                                f"{'' if o.finished else ' before the end of its tests'}")
+        for key in sorted(set(ref.paths) | set(lay.paths)):
+            r, l = ref.paths.get(key), lay.paths.get(key)
+            shown = [f"{x[1]} of {x[0]} failed" if x else "absent" for x in (r, l)]
+            print(f"{run.label:<34} {key:<26} {shown[0]:>18} {shown[1]:>18}")
+            allowed = KNOWN_DIFFERENCES.get((run.label, key))
+            extra_runs = allowed.extra_runs if allowed else 0
+            if r is None or l is None or not r[0] <= l[0] <= r[0] + extra_runs:
+                problems.append(f"{run.label} {key}: tests run differ ({shown[0]} / {shown[1]})")
+            elif l[1] > r[1] and allowed and l[1] - r[1] <= allowed.most:
+                known.append(f"{run.label} {key}: {l[1] - r[1]} more failures (at most {allowed.most}): "
+                             f"{allowed.why}")
+            elif l[1] > r[1]:
+                problems.append(f"{run.label} {key}: layer fails {l[1]}, reference {r[1]}")
+        if len(lay.trouble) > len(ref.trouble):
+            extra = [t for t in lay.trouble if t not in ref.trouble][:5]
+            problems.append(f"{run.label}: {len(lay.trouble)} trouble lines against "
+                            f"{len(ref.trouble)}: {extra}")
+    for k in known:
+        print(f"KNOWN: {k}")
+    return problems
+
+
+def totals(outcomes: dict[str, Outcome]) -> tuple[int, int, float]:
+    run = sum(v[0] for o in outcomes.values() for v in o.paths.values())
+    failed = sum(v[1] for o in outcomes.values() for v in o.paths.values())
+    return run, failed, sum(o.seconds for o in outcomes.values())
+
+
+def main() -> int:
+    ap = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
+    ap.add_argument("command", choices=("check",))
+    ap.add_argument("--precision", required=True, choices=list("sdcz"))
+    ap.add_argument("--dropin-dir", required=True, type=Path)
+    ap.add_argument("--work-dir", required=True, type=Path)
+    ap.add_argument("--preload", default="", help="colon-separated libraries preloaded into the layer's runs")
+    ap.add_argument("--families", default=",".join(FAMILIES))
+    ap.add_argument("--timeout", type=int, default=1200, help="seconds per program run")
+    args = ap.parse_args()
+    families = [f for f in args.families.split(",") if f]
+    if not set(families) <= set(FAMILIES):
+        ap.error(f"families are {FAMILIES}")
+    runs = runs_for(args.precision, families)
+
+    base = {k: v for k, v in os.environ.items() if k not in ("LD_LIBRARY_PATH", "LD_PRELOAD")}
+    base["MKL_NUM_THREADS"] = "1"
+    reference_env = {**base, "LD_LIBRARY_PATH": REFERENCE_PATH}
+    layer_env = {**base, "LD_LIBRARY_PATH": str(args.dropin_dir.resolve())}
+    if args.preload:
+        # The programs run in the work directory: preloads by absolute path.
+        layer_env["LD_PRELOAD"] = ":".join(str(Path(p).resolve()) for p in args.preload.split(":") if p)
+
+    # The programs must reach the companion libraries, and through them the layer.
+    for program in sorted({r.program for r in runs}):
+        loaded = loaded_libraries(PROGRAMS / program, layer_env)
+        for name in ("liblapack.so.3", "libblas.so.3"):
+            if f"{name} => {args.dropin_dir.resolve()}/{name} " not in loaded or "libvorn.so" not in loaded:
+                print(f"{program}: {name} is not the companion library:\n{loaded}")
+                return 1
+
+    work = args.work_dir / args.precision
+    reference = run_all(runs, reference_env, work / "reference", args.timeout)
+    layer = run_all(runs, layer_env, work / "layer", args.timeout, frozenset(KNOWN_HANGS), log_bindings=True)
+    problems = compare(runs, reference, layer) + check_bindings(work / "layer", args.dropin_dir.resolve())
+    for who, outcomes in (("reference", reference), ("layer", layer)):
+        run, failed, seconds = totals(outcomes)
+        print(f"{who}: {len(outcomes)} runs, {run} tests, {failed} failed the threshold, {seconds:.1f} s")
+    for p in problems:
+        print(f"PROBLEM: {p}")
+    return 1 if problems else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())

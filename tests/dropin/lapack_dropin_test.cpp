@@ -38,6 +38,23 @@ int VORN_instable_ilaenv_(const int*, const char*, const char*, const int*, cons
 }
 
 namespace {
+int seen_name_length = -1, seen_opts_length = -1;
+}
+
+// Takes the place of the layer's entry that the companion library calls
+// (this executable's definitions come first), to see the lengths arrive.
+extern "C" __attribute__((visibility("default"))) int VORN_instable_ilaenv(const int* ispec, const char* name,
+                                                                          const char* opts, const int* n1,
+                                                                          const int* n2, const int* n3, const int* n4,
+                                                                          int name_len, int opts_len) {
+  seen_name_length = name_len;
+  seen_opts_length = opts_len;
+  using Entry = int (*)(const int*, const char*, const char*, const int*, const int*, const int*, const int*, int, int);
+  static const auto next = reinterpret_cast<Entry>(dlsym(RTLD_NEXT, "VORN_instable_ilaenv"));
+  return next(ispec, name, opts, n1, n2, n3, n4, name_len, opts_len);
+}
+
+namespace {
 
 class Reference {
  public:
@@ -130,8 +147,10 @@ TEST_F(LapackDropin, RoutinesOfTheSetGoThroughTheLayerWithTheirLengths) {
 TEST_F(LapackDropin, HandWrittenServicesTakeTheCallersLengths) {
   const int ispec = 1, big = 1000, none = -1;
   // Lengths arrive as size_t and reach the layer's ILAENV as int.
-  EXPECT_EQ(ilaenv_(&ispec, "DGEQRF", " ", &big, &big, &none, &none, 6, 1),
-            VORN_instable_ilaenv_(&ispec, "DGEQRF", " ", &big, &big, &none, &none, 6, 1));
+  EXPECT_EQ(ilaenv_(&ispec, "DGEQRF", "UN", &big, &big, &none, &none, 6, 2),
+            VORN_instable_ilaenv_(&ispec, "DGEQRF", "UN", &big, &big, &none, &none, 6, 2));
+  EXPECT_EQ(seen_name_length, 6);
+  EXPECT_EQ(seen_opts_length, 2);
   // A CHARACTER*1 function writes through its hidden result buffer.
   for (const auto& [code, letter] : {std::pair{111, 'N'}, {112, 'T'}, {113, 'C'}}) {
     char result = '?';

@@ -1,0 +1,138 @@
+// Many threads calling the plain family at once: each call has its own
+// scratch arrays, hooks are installed per call, and nothing is shared
+// between calls. Every thread's results must equal the same calls made one
+// at a time. Built with ThreadSanitizer in CI as well.
+#include <gtest/gtest.h>
+
+#include <barrier>
+#include <functional>
+#include <random>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "vorn_instable.h"
+
+namespace {
+
+constexpr int kThreads = 6;
+constexpr int kRounds = 4;
+
+std::vector<double> random_values(std::size_t count, unsigned seed) {
+  std::mt19937 engine(seed);
+  std::uniform_real_distribution<double> value(-1, 1);
+  std::vector<double> v(count);
+  for (auto& x : v) x = value(engine);
+  return v;
+}
+
+// One call's inputs and everything it writes, flattened for comparison.
+struct Outcome {
+  std::vector<double> reals;
+  std::vector<int> integers;
+  bool operator==(const Outcome&) const = default;
+};
+
+using Case = std::function<Outcome(unsigned seed)>;
+
+Outcome getrf(unsigned seed) {
+  const int m = 9, n = 7, lda = 10;
+  Outcome o{random_values(lda * n, seed), std::vector<int>(n + 1, -5)};
+  VORN_instable_dgetrf_(&m, &n, o.reals.data(), &lda, o.integers.data(), &o.integers[n]);
+  return o;
+}
+
+Outcome syevd(unsigned seed) {
+  const int n = 12, lwork = 1 + 6 * n + 2 * n * n, liwork = 3 + 5 * n;
+  auto a = random_values(n * n, seed);
+  for (int j = 0; j < n; ++j)
+    for (int i = 0; i < j; ++i) a[i + j * n] = a[j + i * n];
+  std::vector<double> w(n), work(lwork);
+  std::vector<int> iwork(liwork, -5), info(1, -5);
+  VORN_instable_dsyevd_("V", "U", &n, a.data(), &n, w.data(), work.data(), &lwork, iwork.data(), &liwork, info.data());
+  a.insert(a.end(), w.begin(), w.end());
+  return {a, info};
+}
+
+Outcome gesdd(unsigned seed) {
+  const int m = 11, n = 8, lwork = 4 * 8 * 8 + 7 * 8 + 11 * 11;
+  auto a = random_values(m * n, seed);
+  std::vector<double> s(n), u(m * m), vt(n * n), work(lwork);
+  std::vector<int> iwork(8 * n, -5), info(1, -5);
+  VORN_instable_dgesdd_("A", &m, &n, a.data(), &m, s.data(), u.data(), &m, vt.data(), &n, work.data(), &lwork,
+                        iwork.data(), info.data());
+  s.insert(s.end(), u.begin(), u.end());
+  s.insert(s.end(), vt.begin(), vt.end());
+  return {s, info};
+}
+
+Outcome gelsd(unsigned seed) {
+  const int m = 10, n = 6, nrhs = 2, lwork = 2000, liwork = 400;
+  const double rcond = -1;
+  auto a = random_values(m * n, seed), b = random_values(m * nrhs, seed + 1);
+  std::vector<double> s(n), work(lwork);
+  std::vector<int> iwork(liwork, -5), rank_info(2, -5);
+  VORN_instable_dgelsd_(&m, &n, &nrhs, a.data(), &m, b.data(), &m, s.data(), &rcond, &rank_info[0], work.data(),
+                        &lwork, iwork.data(), &rank_info[1]);
+  b.insert(b.end(), s.begin(), s.end());
+  return {b, rank_info};
+}
+
+Outcome laswp(unsigned seed) {
+  const int n = 5, lda = 8, k1 = 1, k2 = 6, incx = -1;
+  Outcome o{random_values(lda * n, seed), {}};
+  std::vector<int> ipiv{3, 5, 3, 8, 6, 7};
+  VORN_instable_dlaswp_(&n, o.reals.data(), &lda, &k1, &k2, ipiv.data(), &incx);
+  return o;
+}
+
+Outcome gemm(unsigned seed) {
+  const int m = 7, n = 5, k = 6;
+  const double alpha = 1.5, beta = -0.5;
+  auto a = random_values(m * k, seed), b = random_values(k * n, seed + 1), c = random_values(m * n, seed + 2);
+  VORN_instable_dgemm("N", "N", &m, &n, &k, &alpha, a.data(), &m, b.data(), &k, &beta, c.data(), &m);
+  return {c, {}};
+}
+
+const std::vector<std::pair<std::string, Case>>& cases() {
+  static const std::vector<std::pair<std::string, Case>> all{
+      {"DGETRF", getrf}, {"DSYEVD", syevd}, {"DGESDD", gesdd},
+      {"DGELSD", gelsd}, {"DLASWP", laswp}, {"DGEMM", gemm}};
+  return all;
+}
+
+TEST(PlainFamilyConcurrency, ThreadsGetWhatOneCallAtATimeGets) {
+  // Seeds per (thread, round, case); the expected outcomes first, serially.
+  auto seed = [](int thread, int round, std::size_t which) {
+    return static_cast<unsigned>(1000 * thread + 100 * round + which);
+  };
+  std::vector<std::vector<std::vector<Outcome>>> expected(kThreads);
+  for (int t = 0; t < kThreads; ++t) {
+    for (int r = 0; r < kRounds; ++r) {
+      expected[t].emplace_back();
+      for (std::size_t c = 0; c < cases().size(); ++c) expected[t][r].push_back(cases()[c].second(seed(t, r, c)));
+    }
+  }
+  std::vector<std::vector<std::string>> mismatches(kThreads);
+  std::barrier start(kThreads);
+  std::vector<std::thread> threads;
+  for (int t = 0; t < kThreads; ++t) {
+    threads.emplace_back([&, t] {
+      start.arrive_and_wait();
+      for (int r = 0; r < kRounds; ++r) {
+        // Each thread walks the cases from a different start, so that
+        // different routines overlap.
+        for (std::size_t i = 0; i < cases().size(); ++i) {
+          const std::size_t c = (i + t) % cases().size();
+          if (!(cases()[c].second(seed(t, r, c)) == expected[t][r][c])) {
+            mismatches[t].push_back(cases()[c].first + " round " + std::to_string(r));
+          }
+        }
+      }
+    });
+  }
+  for (auto& th : threads) th.join();
+  for (int t = 0; t < kThreads; ++t) EXPECT_TRUE(mismatches[t].empty()) << "thread " << t << ": " << mismatches[t][0];
+}
+
+}  // namespace

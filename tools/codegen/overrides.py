@@ -244,27 +244,33 @@ FIXED_WORKSPACE = {
 # Logical arrays: taken only when the routine references them.
 _SORTING = "SORT='S' & !QUERY"
 _SELECTED = "HOWMNY='S'"
+# BWORK is only written by the library, and only while sorting.
+_SORTING_BWORK = ArrayRule(length="N", taken=_SORTING, copy_in=False, copy_back=True)
+# SELECT read from the caller; the real routines may write it back, widening
+# a selection to both halves of a complex pair.
+_SELECT_READ = ArrayRule(length="N", copy_in=True, copy_back=False)
+_SELECT_READ_WRITTEN = ArrayRule(length="N", copy_in=True, copy_back=True)
+_SELECT_BY_HOWMNY = ArrayRule(length="N", taken=_SELECTED, copy_in=True, copy_back=False)
 LOGICAL_ARRAYS = {
-    ("GEES", "BWORK"): ArrayRule(length="N", taken=_SORTING, copy_in=False, copy_back=True),
-    ("GEESX", "BWORK"): ArrayRule(length="N", taken=_SORTING, copy_in=False, copy_back=True),
-    ("GGES", "BWORK"): ArrayRule(length="N", taken=_SORTING, copy_in=False, copy_back=True),
-    ("GGESX", "BWORK"): ArrayRule(length="N", taken=_SORTING, copy_in=False, copy_back=True),
+    ("GEES", "BWORK"): _SORTING_BWORK,
+    ("GEESX", "BWORK"): _SORTING_BWORK,
+    ("GGES", "BWORK"): _SORTING_BWORK,
+    ("GGESX", "BWORK"): _SORTING_BWORK,
     ("GGEVX", "BWORK"): ArrayRule(length="N", taken="(SENSE='E' | SENSE='B' | SENSE='V') & !QUERY",
                                   copy_in=False, copy_back=True),
-    # The real routines may widen a selection to both halves of a complex pair.
     ("STREVC", "SELECT"): ArrayRule(length="N", taken=_SELECTED, copy_in=True, copy_back=True),
     ("DTREVC", "SELECT"): ArrayRule(length="N", taken=_SELECTED, copy_in=True, copy_back=True),
-    ("CTREVC", "SELECT"): ArrayRule(length="N", taken=_SELECTED, copy_in=True, copy_back=False),
-    ("ZTREVC", "SELECT"): ArrayRule(length="N", taken=_SELECTED, copy_in=True, copy_back=False),
-    ("TGEVC", "SELECT"): ArrayRule(length="N", taken=_SELECTED, copy_in=True, copy_back=False),
-    ("TRSNA", "SELECT"): ArrayRule(length="N", taken=_SELECTED, copy_in=True, copy_back=False),
-    ("TGSNA", "SELECT"): ArrayRule(length="N", taken=_SELECTED, copy_in=True, copy_back=False),
-    ("TRSEN", "SELECT"): ArrayRule(length="N", copy_in=True, copy_back=False),
-    ("TGSEN", "SELECT"): ArrayRule(length="N", copy_in=True, copy_back=False),
-    ("SHSEIN", "SELECT"): ArrayRule(length="N", copy_in=True, copy_back=True),
-    ("DHSEIN", "SELECT"): ArrayRule(length="N", copy_in=True, copy_back=True),
-    ("CHSEIN", "SELECT"): ArrayRule(length="N", copy_in=True, copy_back=False),
-    ("ZHSEIN", "SELECT"): ArrayRule(length="N", copy_in=True, copy_back=False),
+    ("CTREVC", "SELECT"): _SELECT_BY_HOWMNY,
+    ("ZTREVC", "SELECT"): _SELECT_BY_HOWMNY,
+    ("TGEVC", "SELECT"): _SELECT_BY_HOWMNY,
+    ("TRSNA", "SELECT"): _SELECT_BY_HOWMNY,
+    ("TGSNA", "SELECT"): _SELECT_BY_HOWMNY,
+    ("TRSEN", "SELECT"): _SELECT_READ,
+    ("TGSEN", "SELECT"): _SELECT_READ,
+    ("SHSEIN", "SELECT"): _SELECT_READ_WRITTEN,
+    ("DHSEIN", "SELECT"): _SELECT_READ_WRITTEN,
+    ("CHSEIN", "SELECT"): _SELECT_READ,
+    ("ZHSEIN", "SELECT"): _SELECT_READ,
 }
 
 # Other arrays taken only when referenced, or whose direction differs from

@@ -9,6 +9,7 @@ include(CMakePackageConfigHelpers)
 set(VORN_TYPED_ENTRIES ${CMAKE_SOURCE_DIR}/catalogue/typed_entries.txt)
 set(VORN_TYPED_OUTPUTS
   ${VORN_GEN_DIR}/typed_entries.cpp
+  ${VORN_GEN_DIR}/typed_entries_msvc.cpp
   ${VORN_GEN_DIR}/include/vorn/vorn_stable.hpp
   ${VORN_GEN_DIR}/exports_full.map
   ${VORN_GEN_DIR}/typed_exported_names.txt)
@@ -26,8 +27,26 @@ add_custom_target(vorn_typed_generated DEPENDS ${VORN_TYPED_OUTPUTS})
 add_dependencies(vorn_typed_generated vorn_generated)
 add_dependencies(vorn vorn_typed_generated)
 add_dependencies(vorn_headers vorn_typed_generated)
-target_sources(vorn PRIVATE ${VORN_GEN_DIR}/typed_entries.cpp)
 target_include_directories(vorn PRIVATE ${CMAKE_SOURCE_DIR}/include ${VORN_GEN_DIR}/include)
+
+if(WIN32)
+  # The C++ entries carry MSVC decorations, as a Windows C++ caller's compiler
+  # gives them: clang compiles their forwarders for the MSVC ABI, and lld
+  # links that object into the mingw-built DLL.
+  find_program(VORN_CLANGXX NAMES clang++ clang++-14 REQUIRED)
+  set(_vorn_msvc_obj ${VORN_GEN_DIR}/typed_entries_msvc.obj)
+  add_custom_command(
+    OUTPUT ${_vorn_msvc_obj}
+    COMMAND ${VORN_CLANGXX} --target=x86_64-pc-windows-msvc -std=c++20 -O2 -Wall
+            -I${CMAKE_SOURCE_DIR}/include -c ${VORN_GEN_DIR}/typed_entries_msvc.cpp -o ${_vorn_msvc_obj}
+    DEPENDS ${VORN_GEN_DIR}/typed_entries_msvc.cpp ${CMAKE_SOURCE_DIR}/include/vorn/aligned_ptr.hpp
+    COMMENT "Compiling the MSVC-decorated entries"
+    VERBATIM)
+  set_source_files_properties(${_vorn_msvc_obj} PROPERTIES EXTERNAL_OBJECT TRUE GENERATED TRUE)
+  target_sources(vorn PRIVATE ${_vorn_msvc_obj})
+  return()
+endif()
+target_sources(vorn PRIVATE ${VORN_GEN_DIR}/typed_entries.cpp)
 
 # The linker takes one anonymous version script: link with the merged one in
 # place of the plain family's.

@@ -1,14 +1,15 @@
 // The error and progress handlers the layer installs before every LAPACK
 // call, so the computational library always reports through the defaults.
 #pragma once
+#include "frame/lp64.h"
 #include "frame/mkl_services.h"
 
 extern "C" {
 // XERBLA's lower spelling; it is also the handler the layer installs and
 // calls for its own reports.
-__attribute__((visibility("hidden"))) void vorn_if_xerbla(const char* name, const void* position, long long length);
-__attribute__((visibility("hidden"))) void vorn_if_XERBLA(const char* name, const void* position, long long length);
-__attribute__((visibility("hidden"))) long long vorn_progress_handler(void* thread, void* step, void* stage, long long length);
+VORN_HIDDEN void vorn_if_xerbla(const char* name, const void* position, long long length);
+VORN_HIDDEN void vorn_if_XERBLA(const char* name, const void* position, long long length);
+VORN_HIDDEN long long vorn_progress_handler(void* thread, void* step, void* stage, long long length);
 }
 
 namespace vorn {

@@ -20,5 +20,10 @@ inline constexpr int kCharLength = 1;
 
 }  // namespace vorn
 
-// Interface functions are reached only through the export table.
+// Interface functions are reached only through the export table. A DLL
+// exports only what its module definition names, so there is nothing to hide.
+#if defined(_WIN32)
+#define VORN_HIDDEN
+#else
 #define VORN_HIDDEN __attribute__((visibility("hidden")))
+#endif

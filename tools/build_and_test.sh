@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Builds the library and runs every test suite: a release build, then the
 # same suites under AddressSanitizer and UndefinedBehaviorSanitizer, then
-# the concurrency tests under ThreadSanitizer.
+# the concurrency tests under ThreadSanitizer, then the Windows DLL and its
+# tests under wine.
 set -euo pipefail
 here=$(cd "$(dirname "$0")/.." && pwd)
 build=${VORN_BUILD_DIR:-$here/build}
@@ -9,9 +10,10 @@ jobs=$(nproc)
 
 run_suite() {
   local dir=$1; shift
-  cmake -S "$here" -B "$dir" -G Ninja "$@"
+  # Tests on explicitly: the example's configuration may have cached them off.
+  cmake -S "$here" -B "$dir" -G Ninja -DVORN_TESTS=ON "$@"
   cmake --build "$dir" -j"$jobs"
-  ctest --test-dir "$dir" --output-on-failure -j"$jobs"
+  ctest --test-dir "$dir" --output-on-failure -j"$jobs" --no-tests=error
 }
 
 run_suite "$build/release" -DCMAKE_BUILD_TYPE=Release
@@ -25,3 +27,7 @@ cmake -S "$here" -B "$build/tsan" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DV
 cmake --build "$build/tsan" -j"$jobs" --target vorn_concurrency_tests vorn_dropin_tests
 TSAN_OPTIONS="suppressions=$here/tests/concurrency/tsan.supp halt_on_error=1" \
   ctest --test-dir "$build/tsan" --output-on-failure -R "Concurrency|FirstCalls" --no-tests=error
+
+# The Windows DLL from the same sources, held against the release build.
+VORN_BUILD_DIR=$build bash "$here/tools/build_windows.sh" -DVORN_TESTS=ON -DVORN_ELF_LIBRARY="$build/release/libvorn.so"
+ctest --test-dir "$build/windows" --output-on-failure -j"$jobs" --no-tests=error

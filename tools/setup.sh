@@ -29,6 +29,7 @@ pkgs=(
   libblas3 liblapack3 libblas-dev liblapack-dev liblapacke-dev
   libblas-test liblapack-test libopenblas0-pthread
   valgrind gnuplot-nox binutils
+  g++-mingw-w64-x86-64 gfortran-mingw-w64-x86-64 clang lld llvm wine64 wine
 )
 missing=()
 for p in "${pkgs[@]}"; do

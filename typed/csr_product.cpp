@@ -1,6 +1,7 @@
 // The sparse CSR products: the computational library offers them with
 // 32-bit integers already, so the layer only checks the arguments it names
 // and forwards the call as it is, without hooks.
+#include "frame/lp64.h"
 #include "frame/mkl_services.h"
 #include "frame/report.h"
 #include "vorn/vorn.hpp"
@@ -33,9 +34,9 @@ int bad_argument(const char* trans, const int* request, const int* m, const int*
 
 }  // namespace
 
-void VORN_instable_dcsrmultcsr(char* trans, int* request, int* sort, int* m, int* n, int* k, double* a, int* ja,
-                               int* ia, double* b, int* jb, int* ib, double* c, int* jc, int* ic, int* nnzmax,
-                               int* info) {
+extern "C" VORN_HIDDEN void vorn_if_dcsrmultcsr(char* trans, int* request, int* sort, int* m, int* n, int* k,
+                                                double* a, int* ja, int* ia, double* b, int* jb, int* ib, double* c,
+                                                int* jc, int* ic, int* nnzmax, int* info) {
   if (const int code = bad_argument(trans, request, m, n, k, nnzmax); code != 0) {
     vorn::report("MKL_DCSRMULTCSR", code);
     return;
@@ -43,12 +44,25 @@ void VORN_instable_dcsrmultcsr(char* trans, int* request, int* sort, int* m, int
   mkl_spblas_lp64_mkl_dcsrmultcsr(trans, request, sort, m, n, k, a, ja, ia, b, jb, ib, c, jc, ic, nnzmax, info);
 }
 
-void VORN_instable_zcsrmultcsr(char* trans, int* request, int* sort, int* m, int* n, int* k, double* a, int* ja,
-                               int* ia, double* b, int* jb, int* ib, double* c, int* jc, int* ic, int* nnzmax,
-                               int* info) {
+extern "C" VORN_HIDDEN void vorn_if_zcsrmultcsr(char* trans, int* request, int* sort, int* m, int* n, int* k,
+                                                double* a, int* ja, int* ia, double* b, int* jb, int* ib, double* c,
+                                                int* jc, int* ic, int* nnzmax, int* info) {
   if (const int code = bad_argument(trans, request, m, n, k, nnzmax); code != 0) {
     vorn::report("MKL_ZCSRMULTCSR", code);
     return;
   }
   mkl_spblas_lp64_mkl_zcsrmultcsr(trans, request, sort, m, n, k, a, ja, ia, b, jb, ib, c, jc, ic, nnzmax, info);
+}
+
+// The exported C++ names; see typed/aligned_memory.cpp.
+void VORN_instable_dcsrmultcsr(char* trans, int* request, int* sort, int* m, int* n, int* k, double* a, int* ja,
+                               int* ia, double* b, int* jb, int* ib, double* c, int* jc, int* ic, int* nnzmax,
+                               int* info) {
+  vorn_if_dcsrmultcsr(trans, request, sort, m, n, k, a, ja, ia, b, jb, ib, c, jc, ic, nnzmax, info);
+}
+
+void VORN_instable_zcsrmultcsr(char* trans, int* request, int* sort, int* m, int* n, int* k, double* a, int* ja,
+                               int* ia, double* b, int* jb, int* ib, double* c, int* jc, int* ic, int* nnzmax,
+                               int* info) {
+  vorn_if_zcsrmultcsr(trans, request, sort, m, n, k, a, ja, ia, b, jb, ib, c, jc, ic, nnzmax, info);
 }

@@ -4,8 +4,10 @@
 
 // The library is built with hidden visibility; its C++ interface, the
 // exception classes included, is marked for export so that a caller's catch
-// clause and the library's throw agree on the type.
-#if defined(__GNUC__)
+// clause and the library's throw agree on the type. The Windows DLL exports
+// its C++ entries under MSVC decorations from entries of their own, and
+// nothing else.
+#if defined(__GNUC__) && !defined(_WIN32)
 #define VORN_API __attribute__((visibility("default")))
 #else
 #define VORN_API

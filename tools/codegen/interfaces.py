@@ -22,6 +22,23 @@ def library_entry(r: Routine) -> str:
     return f"mkl_lapack_{r.lower}"
 
 
+# The computational library's entries that the hand-written frame calls
+# beside the routines' own.
+SERVICE_ENTRIES = (
+    "mkl_serv_set_xerbla_interface", "mkl_serv_set_progress_interface", "mkl_serv_default_xerbla",
+    "mkl_serv_default_progress", "mkl_serv_allocate", "mkl_serv_deallocate", "mkl_serv_malloc",
+    "mkl_serv_free", "mkl_serv_lsame", "mkl_serv_second", "mkl_serv_dsecnd",
+    "mkl_spblas_lp64_mkl_dcsrmultcsr", "mkl_spblas_lp64_mkl_zcsrmultcsr")
+COMPUTATIONAL_LIBRARY_DLL = "mkl_intel_thread.dll"
+
+
+def import_definitions(routines: list[Routine]) -> str:
+    """Module definition of the computational library's DLL, from which the
+    build makes the import library: no MKL binary is needed to link."""
+    names = sorted({library_entry(r) for r in routines} | set(SERVICE_ENTRIES))
+    return "\n".join([f"LIBRARY {COMPUTATIONAL_LIBRARY_DLL}", "EXPORTS"] + [f"    {n}" for n in names]) + "\n"
+
+
 def supported(r: Routine) -> bool:
     """Whether this generator builds the routine's interface function."""
     if r.name in HAND_PROTOTYPES:

@@ -30,11 +30,27 @@ HEADER = "// Generated at build time from catalogue/typed_entries.txt; do not ed
 # them: the allocator pair, the sparse products and the type information of
 # the exception chain, which callers need to catch across the library's
 # boundary. The classes have no virtual functions, hence no vtables.
-FIXED_EXPORTS = [
-    "VORN_MKL_AlignedAlloc(int, unsigned long long)",
-    "VORN_MKL_AlignedFree(void*)",
-] + [f"VORN_instable_{p}csrmultcsr(char*, int*, int*, int*, int*, int*, double*, int*, int*, "
-     "double*, int*, int*, double*, int*, int*, int*, int*)" for p in ("d", "z")] + [
+# The C++ entries beside the typed family: the allocator pair and the sparse
+# products, each with the C-named body it forwards to.
+_CSR_PARAMS = ("char* trans, int* request, int* sort, int* m, int* n, int* k, double* a, int* ja, "
+               "int* ia, double* b, int* jb, int* ib, double* c, int* jc, int* ic, int* nnzmax, int* info")
+FIXED_ENTRIES = [
+    ("void*", "VORN_MKL_AlignedAlloc", "int alignment, unsigned long long size", "vorn_if_aligned_alloc"),
+    ("void", "VORN_MKL_AlignedFree", "void* p", "vorn_if_aligned_free"),
+    ("void", "VORN_instable_dcsrmultcsr", _CSR_PARAMS, "vorn_if_dcsrmultcsr"),
+    ("void", "VORN_instable_zcsrmultcsr", _CSR_PARAMS, "vorn_if_zcsrmultcsr"),
+]
+
+
+def _fixed_demangled(params: str) -> str:
+    return ", ".join(p.rsplit(" ", 1)[0] for p in params.split(", "))
+
+
+# The C++ names exported beside the typed family, as the linker demangles
+# them, and the type information of the exception chain, which callers need
+# to catch across the library's boundary. The classes have no virtual
+# functions, hence no vtables.
+FIXED_EXPORTS = [f"{name}({_fixed_demangled(params)})" for _, name, params, _ in FIXED_ENTRIES] + [
     f"typeinfo{suffix} for {cls}"
     for cls in ("VORN::Exception", "VORN::SystemError", "VORN::OutOfMemoryError",
                 "ARDU::OutOfAlignedMemory")
@@ -171,6 +187,25 @@ def interface_declaration(r: catalogue.Routine) -> str:
     return f'VORN_HIDDEN {CALLER_RESULT[r.result]} vorn_if_{r.lower}({params});'
 
 
+def msvc_source(built: list[Entry], routines: dict[str, catalogue.Routine]) -> str:
+    """The Windows DLL's C++ entries, compiled for the MSVC ABI so that they
+    carry the decorations a Windows C++ caller's compiler gives them. Header
+    free but for the aligned pointer: no MSVC standard library is needed."""
+    out = [HEADER, "#define VORN_HIDDEN", '#include "vorn/aligned_ptr.hpp"', "", 'extern "C" {',
+           "// MSVC-ABI objects that touch floating point name this marker, which the",
+           "// MSVC runtime defines and the mingw runtime does not.",
+           "int _fltused = 0;"]
+    out += [interface_declaration(routines[e.name]) for e in built]
+    out += [f"{result} {body}({params});" for result, _, params, body in FIXED_ENTRIES] + ["}", ""]
+    for e in built:
+        out.append(forwarder(e, routines[e.name]).replace("VORN_API ", "__declspec(dllexport) ", 1))
+    for result, name, params, body in FIXED_ENTRIES:
+        args = ", ".join(p.rsplit(" ", 1)[1] for p in params.split(", "))
+        ret = "return " if result != "void" else ""
+        out.append(f"__declspec(dllexport) {result} {name}({params}) {{\n  {ret}{body}({args});\n}}\n")
+    return "\n".join(out)
+
+
 def demangled(entry: Entry) -> str:
     return f"{entry.symbol}({', '.join(p.demangled() for p in entry.params)})"
 
@@ -233,6 +268,7 @@ def main() -> int:
     source += [interface_declaration(routines[e.name]) for e in built] + ["}", ""]
     source += [forwarder(e, routines[e.name]) for e in built]
     write_if_changed(out / "typed_entries.cpp", "\n".join(source))
+    write_if_changed(out / "typed_entries_msvc.cpp", msvc_source(built, routines))
 
     cxx_names = [demangled(e) for e in built] + FIXED_EXPORTS
     write_if_changed(out / "exports_full.map",

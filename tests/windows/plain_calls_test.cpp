@@ -1,0 +1,368 @@
+// vorn.dll under wine, through its plain names, against the reference-backed
+// stand-in of the computational library. Every result is held against the
+// same computation made directly on the stand-in's 64-bit entries, so any
+// difference is the bridge's: a wrong widening, a lost copy-back, a
+// mis-passed fifth-or-later argument. The stand-in's log shows the frame's
+// own behaviour: scratch arrays, hooks, reports.
+#include <windows.h>
+
+#include <cstdio>
+#include <cstring>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "library_entries.h"
+#include "standin.h"
+#include "vorn_instable.h"
+
+using vorn::i64;
+
+extern "C" i64 mkl_lapack_ilaenv(const i64* ispec, const char* name, const char* opts, const i64* n1, const i64* n2,
+                                 const i64* n3, const i64* n4, int lname, int lopts);
+
+namespace {
+
+int failures = 0;
+
+void check(bool ok, const std::string& what) {
+  if (!ok) {
+    ++failures;
+    std::printf("  FAIL: %s\n", what.c_str());
+  }
+}
+
+std::vector<double> numbers(std::size_t n, unsigned seed) {
+  std::vector<double> v(n);
+  for (auto& x : v) {
+    seed = seed * 1664525u + 1013904223u;
+    x = static_cast<double>(seed >> 8) / 16777216.0 - 0.5;
+  }
+  return v;
+}
+
+std::vector<i64> wide(const std::vector<int>& v) { return {v.begin(), v.end()}; }
+
+template <class A, class B>
+bool same(const std::vector<A>& a, const std::vector<B>& b) {
+  if (a.size() != b.size()) return false;
+  for (std::size_t i = 0; i < a.size(); ++i)
+    if (!(static_cast<i64>(a[i]) == static_cast<i64>(b[i]))) return false;
+  return true;
+}
+
+bool same(const std::vector<double>& a, const std::vector<double>& b) {
+  return a.size() == b.size() && std::memcmp(a.data(), b.data(), a.size() * sizeof(double)) == 0;
+}
+
+std::string lower(std::string s) {
+  for (char& c : s) c = static_cast<char>(c >= 'A' && c <= 'Z' ? c - 'A' + 'a' : c);
+  return s;
+}
+
+std::vector<standin_event> events() {
+  std::vector<standin_event> out(standin_event_count());
+  for (int i = 0; i < static_cast<int>(out.size()); ++i) standin_event_get(i, &out[i]);
+  return out;
+}
+
+int count(const std::vector<standin_event>& log, int kind) {
+  int n = 0;
+  for (const auto& e : log) n += e.kind == kind;
+  return n;
+}
+
+const standin_event* first(const std::vector<standin_event>& log, int kind) {
+  for (const auto& e : log)
+    if (e.kind == kind) return &e;
+  return nullptr;
+}
+
+// One call of a routine through the layer, able to run more than once.
+struct Call {
+  const char* name;  // upper-case name in reports
+  std::function<void()> run;
+  int* info;  // null for a routine without INFO
+};
+
+// --- Results: the layer against the stand-in's own entries ----------------
+
+void level_1_to_3() {
+  const int n = 7, inc = 1, inc2 = 2;
+  const i64 n64 = n, inc64 = 1, inc2_64 = 2;
+  auto x = numbers(2 * n, 1), y = numbers(2 * n, 2);
+  const double alpha = 0.75;
+
+  auto y1 = y, y2 = y;
+  VORN_instable_daxpy(&n, &alpha, x.data(), &inc, y1.data(), &inc2);
+  mkl_blas_daxpy(&n64, &alpha, x.data(), &inc64, y2.data(), &inc2_64);
+  check(same(y1, y2), "DAXPY with a stride of 2");
+
+  check(VORN_instable_IDAMAX(&n, x.data(), &inc) == mkl_blas_idamax(&n64, x.data(), &inc64), "IDAMAX's result");
+  check(VORN_instable_dnrm2(&n, x.data(), &inc2) == mkl_blas_dnrm2(&n64, x.data(), &inc2_64), "DNRM2's result");
+
+  double r1[2] = {9, 9}, r2[2] = {8, 8};
+  const int three = 3;
+  const i64 three64 = 3;
+  VORN_instable_zdotc(r1, &three, x.data(), &inc, y.data(), &inc);
+  mkl_blas_zdotc(r2, &three64, x.data(), &inc64, y.data(), &inc64);
+  check(r1[0] == r2[0] && r1[1] == r2[1], "ZDOTC's result through its address");
+
+  // Eleven and thirteen arguments: the entries re-pass the stack ones.
+  const int m = 5, k = 4, lda = 6, ldb = 5, ldc = 6;
+  const i64 m64 = 5, k64 = 4, lda64 = 6, ldb64 = 5, ldc64 = 6;
+  auto a = numbers(lda * k, 3), b = numbers(ldb * n, 4), c = numbers(ldc * n, 5);
+  const double beta = -1.25;
+  auto c1 = c, c2 = c;
+  VORN_instable_DGEMM("N", "n", &m, &n, &k, &alpha, a.data(), &lda, b.data() , &ldb, &beta, c1.data(), &ldc);
+  mkl_blas_dgemm("N", "n", &m64, &n64, &k64, &alpha, a.data(), &lda64, b.data(), &ldb64, &beta, c2.data(), &ldc64);
+  check(same(c1, c2), "DGEMM");
+  auto v1 = y, v2 = y;
+  VORN_instable_dgemv("T", &m, &k, &alpha, a.data(), &lda, x.data(), &inc, &beta, v1.data(), &inc2);
+  mkl_blas_dgemv("T", &m64, &k64, &alpha, a.data(), &lda64, x.data(), &inc64, &beta, v2.data(), &inc2_64, 1);
+  check(same(v1, v2), "DGEMV");
+}
+
+void lapack_arrays() {
+  const int n = 9, lda = 10, nrhs = 2;
+  const i64 n64 = n, lda64 = lda, nrhs64 = nrhs;
+  auto a = numbers(lda * n, 11), b = numbers(lda * nrhs, 12);
+  int info = 7;
+  i64 info64 = 7;
+
+  // Pivots come back narrowed; the solve takes them widened again.
+  auto a1 = a, a2 = a, b1 = b, b2 = b;
+  std::vector<int> ipiv(n, -5);
+  std::vector<i64> ipiv64(n, -5);
+  VORN_instable_dgetrf_(&n, &n, a1.data(), &lda, ipiv.data(), &info);
+  mkl_lapack_dgetrf(&n64, &n64, a2.data(), &lda64, ipiv64.data(), &info64);
+  check(same(a1, a2) && same(ipiv, ipiv64) && info == info64, "DGETRF's factors and pivots");
+  VORN_instable_DGETRS("N", &n, &nrhs, a1.data(), &lda, ipiv.data(), b1.data(), &lda, &info);
+  mkl_lapack_dgetrs("N", &n64, &nrhs64, a2.data(), &lda64, ipiv64.data(), b2.data(), &lda64, &info64, 1);
+  check(same(b1, b2) && info == 0, "DGETRS with the narrowed pivots");
+
+  // Integer workspace, first queried, then used.
+  auto s = numbers(lda * n, 13);
+  for (int i = 0; i < n; ++i)
+    for (int j = 0; j < n; ++j) s[i + j * lda] = s[j + i * lda];
+  double wq1 = 0, wq2 = 0;
+  int iq1 = 0, minus1 = -1;
+  i64 iq2 = 0, minus1_64 = -1;
+  std::vector<double> w1(n), w2(n);
+  VORN_instable_dsyevd("V", "U", &n, s.data(), &lda, w1.data(), &wq1, &minus1, &iq1, &minus1, &info);
+  mkl_lapack_dsyevd("V", "U", &n64, s.data(), &lda64, w2.data(), &wq2, &minus1_64, &iq2, &minus1_64, &info64, 1, 1);
+  check(wq1 == wq2 && iq1 == iq2 && info == 0, "DSYEVD's workspace query");
+  const int lwork = static_cast<int>(wq1), liwork = iq1;
+  const i64 lwork64 = lwork, liwork64 = liwork;
+  std::vector<double> work(lwork);
+  std::vector<int> iwork(liwork);
+  std::vector<i64> iwork64(liwork);
+  auto s1 = s, s2 = s;
+  VORN_instable_DSYEVD_("V", "U", &n, s1.data(), &lda, w1.data(), work.data(), &lwork, iwork.data(), &liwork, &info);
+  mkl_lapack_dsyevd("V", "U", &n64, s2.data(), &lda64, w2.data(), work.data(), &lwork64, iwork64.data(), &liwork64,
+                    &info64, 1, 1);
+  check(same(s1, s2) && same(w1, w2) && info == 0, "DSYEVD's eigenpairs");
+
+  // Outputs in three integer arrays and two integer scalars.
+  std::vector<double> d = numbers(n, 14), e = numbers(n, 15), w(n), work4(4 * n);
+  const double vl = 0, vu = 0, tol = 0;
+  const int il = 2, iu = 6;
+  const i64 il64 = 2, iu64 = 6;
+  int m = -1, nsplit = -1;
+  i64 m64 = -1, nsplit64 = -1;
+  std::vector<int> iblock(n, -9), isplit(n, -9), iw3(3 * n);
+  std::vector<i64> iblock64(n, -9), isplit64(n, -9), iw3_64(3 * n);
+  std::vector<double> wv(n);
+  VORN_instable_dstebz("I", "B", &n, &vl, &vu, &il, &iu, &tol, d.data(), e.data(), &m, &nsplit, w.data(),
+                       iblock.data(), isplit.data(), work4.data(), iw3.data(), &info);
+  mkl_lapack_dstebz("I", "B", &n64, &vl, &vu, &il64, &iu64, &tol, d.data(), e.data(), &m64, &nsplit64, wv.data(),
+                    iblock64.data(), isplit64.data(), work4.data(), iw3_64.data(), &info64, 1, 1);
+  check(m == m64 && nsplit == nsplit64 && same(w, wv), "DSTEBZ's counts and eigenvalues");
+  iblock.resize(m), iblock64.resize(m), isplit.resize(nsplit), isplit64.resize(nsplit);
+  check(same(iblock, iblock64) && same(isplit, isplit64), "DSTEBZ's IBLOCK and ISPLIT");
+}
+
+// SELECT callbacks are handed on unchanged: the stand-in calls this one.
+int select_positive(const double* re, const double*) { return *re > 0 ? 1 : 0; }
+
+void lapack_logical() {
+  const int n = 8, lda = 8, lwork = 64;
+  const i64 n64 = n, lda64 = lda, lwork64 = lwork;
+  auto a = numbers(lda * n, 21);
+  auto a1 = a, a2 = a;
+  std::vector<double> wr1(n), wi1(n), wr2(n), wi2(n), vs1(lda * n), vs2(lda * n), work(lwork);
+  std::vector<int> bwork(n);
+  std::vector<i64> bwork64(n);
+  int sdim = -1, info = -1;
+  i64 sdim64 = -1, info64 = -1;
+  void* select = reinterpret_cast<void*>(&select_positive);
+  VORN_instable_DGEES("V", "S", select, &n, a1.data(), &lda, &sdim, wr1.data(), wi1.data(), vs1.data(), &lda,
+                      work.data(), &lwork, bwork.data(), &info);
+  mkl_lapack_dgees("V", "S", select, &n64, a2.data(), &lda64, &sdim64, wr2.data(), wi2.data(), vs2.data(), &lda64,
+                   work.data(), &lwork64, bwork64.data(), &info64, 1, 1);
+  check(info == 0 && sdim == sdim64 && same(a1, a2) && same(wr1, wr2) && same(vs1, vs2),
+        "DGEES with a SELECT callback and BWORK");
+  int positive = 0;
+  for (double x : wr1) positive += x > 0;
+  check(sdim == positive, "DGEES sorted as many eigenvalues as the callback selected");
+}
+
+// The name is read over its given length only.
+void services() {
+  const int one = 1, n = 1000, minus1 = -1;
+  const i64 one64 = 1, n64 = 1000, minus1_64 = -1;
+  const int nb = VORN_instable_ILAENV(&one, "DGETRFXYZ", " ", &n, &n, &minus1, &minus1, 6, 1);
+  check(nb == mkl_lapack_ilaenv(&one64, "DGETRF", " ", &n64, &n64, &minus1_64, &minus1_64, 6, 1),
+        "ILAENV reads NAME over its length");
+  check(nb > 1, "ILAENV gives DGETRF a block size");
+}
+
+// --- The frame, as the stand-in saw it ------------------------------------
+
+void hooks_before_each_lapack_call() {
+  const int n = 4, lda = 4;
+  std::vector<double> a = numbers(16, 31);
+  std::vector<int> ipiv(n), jpiv(n);
+  int info = 0;
+  const double alpha = 1;
+  const int one = 1;
+
+  standin_reset();
+  VORN_instable_dgetrf(&n, &n, a.data(), &lda, ipiv.data(), &info);
+  auto log = events();
+  const standin_event* xerbla = first(log, STANDIN_SET_XERBLA);
+  const standin_event* progress = first(log, STANDIN_SET_PROGRESS);
+  check(xerbla != nullptr && progress != nullptr && xerbla < progress, "DGETRF installs XERBLA, then progress");
+  check(xerbla != nullptr && xerbla->entry_calls == 0 && progress->entry_calls == 0 && standin_entry_calls() == 1,
+        "the hooks are installed before the entry is called");
+  HMODULE vorn = GetModuleHandleA("vorn.dll");
+  MEMORY_BASIC_INFORMATION where{};
+  check(xerbla != nullptr && VirtualQuery(xerbla->pointer, &where, sizeof where) != 0 &&
+            where.AllocationBase == vorn,
+        "the installed XERBLA is the layer's own");
+
+  standin_reset();
+  VORN_instable_DGETC2(&n, a.data(), &lda, ipiv.data(), jpiv.data(), &info);
+  VORN_instable_daxpy(&n, &alpha, a.data(), &one, a.data() + 4, &one);
+  log = events();
+  check(count(log, STANDIN_SET_XERBLA) + count(log, STANDIN_SET_PROGRESS) == 0 && standin_entry_calls() == 2,
+        "DGETC2 and DAXPY go without hooks");
+}
+
+void reports() {
+  const int n = 4, bad = 0, m = -3;
+  std::vector<double> a(16), b(16), c(16);
+  std::vector<int> ipiv(4, 77);
+  int info = 0;
+  const double one = 1;
+  standin_set_printing(0);
+
+  standin_reset();
+  VORN_instable_dgemm("X", "N", &n, &n, &n, &one, a.data(), &n, b.data(), &n, &one, c.data(), &bad);
+  auto log = events();
+  const standin_event* r = first(log, STANDIN_DEFAULT_REPORT);
+  check(r != nullptr && std::string(r->name) == "DGEMM " && r->position == 1 && r->length == 6 &&
+            standin_entry_calls() == 0,
+        "DGEMM's checker reports TRANSA as \"DGEMM \", 1, 6 and stops");
+
+  standin_reset();
+  VORN_instable_DGETRF(&m, &n, a.data(), &n, ipiv.data(), &info);
+  log = events();
+  r = first(log, STANDIN_DEFAULT_REPORT);
+  check(info == -1 && r != nullptr && std::string(r->name) == "DGETRF" && r->position == 1 && r->length == 6 &&
+            standin_entry_calls() == 0 && ipiv[0] == 77,
+        "DGETRF's pre-check: INFO -1, report DGETRF/1/6, no call, no pivots");
+  check(standin_live_allocations() == 0, "DGETRF's pre-check releases its scratch array");
+
+  // A bad argument found by the computational routine itself reaches the
+  // installed handler, which ends in the default report.
+  standin_reset();
+  std::vector<double> tau(4), work(64);
+  const int lwork = 64;
+  VORN_instable_dgerqf(&m, &n, a.data(), &n, tau.data(), work.data(), &lwork, &info);
+  log = events();
+  r = first(log, STANDIN_DEFAULT_REPORT);
+  check(info == -1 && r != nullptr && std::string(r->name, 6) == "DGERQF" && r->position == 1 &&
+            count(log, STANDIN_LIBRARY_REPORT) == 1,
+        "DGERQF's own report reaches the default handler through the layer's");
+  standin_set_printing(1);
+}
+
+// Every scratch allocation of each call, refused in turn: INFO -1023, the
+// report under the routine's name with 1089, nothing held, nothing called.
+void scratch_refusal(const std::vector<Call>& calls) {
+  standin_set_printing(0);
+  for (const Call& call : calls) {
+    standin_reset();
+    call.run();
+    const int points = count(events(), STANDIN_ALLOCATE);
+    check(points > 0, std::string(call.name) + " obtains scratch arrays");
+    for (int k = 1; k <= points; ++k) {
+      standin_reset();
+      standin_refuse_allocation(k);
+      if (call.info) *call.info = 5;
+      call.run();
+      auto log = events();
+      const standin_event* r = first(log, STANDIN_DEFAULT_REPORT);
+      const std::string what = std::string(call.name) + ", allocation " + std::to_string(k) + " refused";
+      check(r != nullptr && std::string(r->name) == call.name && r->position == 1089 &&
+                r->length == static_cast<long long>(std::strlen(call.name)),
+            what + ": report");
+      check(!call.info || *call.info == -1023, what + ": INFO");
+      check(standin_live_allocations() == 0 && count(log, STANDIN_ALLOCATE) == k - 1, what + ": released");
+      // DGELSD asks ILAENV for its tree's leaf size first; after the refusal
+      // nothing more may happen.
+      const std::string entry = std::string(call.info ? "mkl_lapack_" : "mkl_blas_") + lower(call.name);
+      bool hooked_after = false, refused = false;
+      for (const auto& e : log) {
+        refused = refused || e.kind == STANDIN_REFUSED;
+        hooked_after = hooked_after || (refused && e.kind == STANDIN_SET_XERBLA);
+      }
+      check(standin_entry_calls_of(entry.c_str()) == 0 && !hooked_after, what + ": nothing called");
+    }
+  }
+  standin_set_printing(1);
+}
+
+}  // namespace
+
+int main() {
+  static const int n = 6, lda = 6, nrhs = 1, ione = 1;
+  static std::vector<double> a = numbers(36, 41), b = numbers(6, 42), s(6), w(6), work(4096), d(6), e(6);
+  static std::vector<int> ipiv(6), iwork(512), iblock(6), isplit(6);
+  static int info = 0, rank = 0, m = 0, nsplit = 0, nz = 3;
+  static const int lwork = 4096, liwork = 512, il = 1, iu = 3;
+  static const double rcond = -1, zero = 0;
+  static std::vector<int> indx = {1, 3, 5};
+  const std::vector<Call> refusal_calls = {
+      {"DGETRF", [] { auto c = a; VORN_instable_dgetrf(&n, &n, c.data(), &lda, ipiv.data(), &info); }, &info},
+      {"DSYEVD", [] { auto c = a; VORN_instable_dsyevd("V", "L", &n, c.data(), &lda, w.data(), work.data(), &lwork,
+                                                       iwork.data(), &liwork, &info); }, &info},
+      {"DGELSD", [] { auto c = a; auto x = b; VORN_instable_dgelsd(&n, &n, &nrhs, c.data(), &lda, x.data(), &lda,
+                                                                   s.data(), &rcond, &rank, work.data(), &lwork,
+                                                                   iwork.data(), &info); }, &info},
+      {"DSTEBZ", [] { VORN_instable_dstebz("I", "E", &n, &zero, &zero, &il, &iu, &zero, d.data(), e.data(), &m,
+                                           &nsplit, w.data(), iblock.data(), isplit.data(), work.data(),
+                                           iwork.data(), &info); }, &info},
+      {"DGTHR", [] { VORN_instable_dgthr(&nz, b.data(), w.data(), indx.data()); }, nullptr},
+  };
+  (void)ione;
+  const std::vector<std::pair<const char*, std::function<void()>>> cases = {
+      {"BLAS levels 1 to 3", level_1_to_3},
+      {"LAPACK integer arrays", lapack_arrays},
+      {"LAPACK logical arrays and callbacks", lapack_logical},
+      {"services", services},
+      {"hooks", hooks_before_each_lapack_call},
+      {"reports", reports},
+      {"scratch refusal", [&] { scratch_refusal(refusal_calls); }},
+  };
+  int passed = 0, failed = 0;
+  for (const auto& [name, run] : cases) {
+    const int before = failures;
+    std::printf("%s\n", name);
+    run();
+    (failures == before ? passed : failed)++;
+  }
+  std::printf("%d passed, %d failed\n", passed, failed);
+  return failed == 0 ? 0 : 1;
+}

@@ -57,4 +57,5 @@ fi
 # The Windows tests' stand-in for MKL and their LP64 reference test programs
 # (each skipped while its installed build is up to date).
 bash "$(dirname "$0")/standin/build.sh"
+bash "$(dirname "$0")/standin/build_programs.sh"
 echo "setup: done"

@@ -170,7 +170,7 @@ def main() -> None:
         c.writelines(f'  "{e}",\n' for e in names)
         c.write("};\n\nvoid standin_not_provided(const char* routine, const char* why);\n")
         c.writelines(f'void standin_abort_{n.lower()}(void) {{ standin_not_provided("{n}", '
-                     '"it needs the extended-precision BLAS (XBLAS)"); }\n' for n in aborting)
+                     '"it needs the extended-precision XBLAS"); }\n' for n in aborting)
     with open(out / "exports.def", "w") as d:
         d.write("LIBRARY mkl_intel_thread.dll\nEXPORTS\n")
         d.writelines(f"  {n}\n" for n in names + SERVICES)

@@ -54,4 +54,8 @@ if [ ! -d "$refsrc/SRC" ]; then
    tar -xf lapack_*.orig.tar.* && rm -rf "$refsrc" && mv lapack-*/ "$refsrc")
   rm -rf "$tmp"
 fi
+# The Windows tests' stand-in for MKL and their LP64 reference test programs
+# (each skipped while its installed build is up to date).
+bash "$(dirname "$0")/standin/build.sh"
+bash "$(dirname "$0")/standin/build_programs.sh"
 echo "setup: done"

@@ -1,14 +1,20 @@
-// Finds the routines of liblapack.so.3 that lie outside the routine set in
-// the reference LAPACK library. The library is opened privately
-// (RTLD_LOCAL), so its names never shadow anyone's; its own calls to other
-// LAPACK routines still resolve through the global scope, that is, to this
-// library's names and through them to the layer.
-#include <dlfcn.h>
-
+// Finds the routines of the companion LAPACK library that lie outside the
+// routine set in the reference LAPACK library. On Linux the library is
+// opened privately (RTLD_LOCAL), so its names never shadow anyone's; its own
+// calls to other LAPACK routines still resolve through the global scope,
+// that is, to this library's names and through them to the layer. A Windows
+// DLL binds its own calls itself; its BLAS calls come to the companion
+// libblas.dll.
 #include <cstdio>
 #include <cstdlib>
 
 #include "dropin/reference_table.h"
+
+#if defined(_WIN32)
+#include <windows.h>
+#else
+#include <dlfcn.h>
+#endif
 
 namespace {
 
@@ -17,9 +23,31 @@ namespace {
 #endif
 
 [[noreturn]] void give_up(const char* what, const char* detail) {
-  std::fprintf(stderr, "liblapack.so.3 (vorn): %s: %s\n", what, detail != nullptr ? detail : "");
+  std::fprintf(stderr, "companion LAPACK library (vorn): %s: %s\n", what, detail != nullptr ? detail : "");
   std::abort();
 }
+
+// The platform's loader: open privately, look up, tell the owning module.
+#if defined(_WIN32)
+void* open_library(const char* path) { return reinterpret_cast<void*>(LoadLibraryA(path)); }
+void* find(void* library, const char* name) {
+  return reinterpret_cast<void*>(GetProcAddress(static_cast<HMODULE>(library), name));
+}
+const char* loader_error() { return "LoadLibrary failed"; }
+void* module_of(const void* address) {
+  HMODULE module = nullptr;
+  const DWORD flags = GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT;
+  return GetModuleHandleExA(flags, static_cast<LPCSTR>(address), &module) ? module : nullptr;
+}
+#else
+void* open_library(const char* path) { return dlopen(path, RTLD_NOW | RTLD_LOCAL); }
+void* find(void* library, const char* name) { return dlsym(library, name); }
+const char* loader_error() { return dlerror(); }
+void* module_of(const void* address) {
+  Dl_info info{};
+  return dladdr(address, &info) != 0 ? info.dli_fbase : nullptr;
+}
+#endif
 
 // VORN_REFERENCE_LAPACK in the environment overrides the path chosen at
 // build time.
@@ -27,8 +55,8 @@ void* reference_library() {
   static void* const handle = [] {
     const char* path = std::getenv("VORN_REFERENCE_LAPACK");
     if (path == nullptr || *path == '\0') path = VORN_REFERENCE_LAPACK;
-    void* h = dlopen(path, RTLD_NOW | RTLD_LOCAL);
-    if (h == nullptr) give_up("cannot open the reference LAPACK library", dlerror());
+    void* h = open_library(path);
+    if (h == nullptr) give_up("cannot open the reference LAPACK library", loader_error());
     return h;
   }();
   return handle;
@@ -37,9 +65,8 @@ void* reference_library() {
 // Pointing the override at this very library would make every stub jump to
 // itself.
 bool lies_in_this_library(void* address) {
-  Dl_info mine{}, theirs{};
-  return dladdr(reinterpret_cast<void*>(&vorn_reference_resolve), &mine) != 0 &&
-         dladdr(address, &theirs) != 0 && mine.dli_fbase == theirs.dli_fbase;
+  void* mine = module_of(reinterpret_cast<const void*>(&vorn_reference_resolve));
+  return mine != nullptr && mine == module_of(address);
 }
 
 }  // namespace
@@ -47,7 +74,7 @@ bool lies_in_this_library(void* address) {
 extern "C" void* vorn_reference_resolve(unsigned index) {
   if (index >= vorn_reference_count) give_up("no such stub", nullptr);
   const char* name = vorn_reference_names[index];
-  void* address = dlsym(reference_library(), name);
+  void* address = find(reference_library(), name);
   if (address == nullptr) give_up(name, "not found in the reference LAPACK library");
   if (lies_in_this_library(address)) give_up(name, "the reference LAPACK library is this library");
   __atomic_store_n(&vorn_reference_slots[index], address, __ATOMIC_RELEASE);

@@ -3,13 +3,14 @@
 // in a register and jumps to the dispatcher, which jumps on to the address in
 // its slot, resolved on first call.
 #pragma once
+#include "dropin/export.h"
 
 extern "C" {
-__attribute__((visibility("hidden"))) extern const char* const vorn_reference_names[];
-__attribute__((visibility("hidden"))) extern const unsigned vorn_reference_count;
-__attribute__((visibility("hidden"))) extern void* vorn_reference_slots[];
+VORN_DROPIN_HIDDEN extern const char* const vorn_reference_names[];
+VORN_DROPIN_HIDDEN extern const unsigned vorn_reference_count;
+VORN_DROPIN_HIDDEN extern void* vorn_reference_slots[];
 
 // Called by the dispatcher, with every argument register saved, when a slot
 // is still empty: returns the routine's address and fills the slot.
-__attribute__((visibility("hidden"))) void* vorn_reference_resolve(unsigned index);
+VORN_DROPIN_HIDDEN void* vorn_reference_resolve(unsigned index);
 }

@@ -125,15 +125,21 @@ def reference_names(listing: str) -> list[str]:
     return sorted(set(names))
 
 
-def stubs_assembly(names: list[str]) -> str:
+def stubs_assembly(names: list[str], coff: bool = False) -> str:
     """One exported stub per name: its index in r11, then the shared
     dispatcher, which jumps on to the reference library's routine with every
-    argument register and the stack untouched."""
+    argument register and the stack untouched. r11 is scratch in both the
+    System V and the Win64 conventions; a DLL exports the stubs through
+    linker directives."""
     out = [f"# {HEADER[3:]}", "  .text"]
     for index, name in enumerate(names):
-        out += [f"  .globl {name}", f"  .type {name}, @function", "  .p2align 4", f"{name}:",
-                f"  movl ${index}, %r11d", "  jmp vorn_reference_dispatch", f"  .size {name}, .-{name}"]
-    out.append('  .section .note.GNU-stack,"",@progbits')
+        head = [f"  .globl {name}"] + ([] if coff else [f"  .type {name}, @function"])
+        tail = [] if coff else [f"  .size {name}, .-{name}"]
+        out += head + ["  .p2align 4", f"{name}:", f"  movl ${index}, %r11d", "  jmp vorn_reference_dispatch"] + tail
+    if coff:
+        out += ['  .section .drectve,"yni"'] + [f'  .ascii " -export:{name}"' for name in names]
+    else:
+        out.append('  .section .note.GNU-stack,"",@progbits')
     return "\n".join(out) + "\n"
 
 
@@ -155,6 +161,7 @@ def main() -> int:
     ap.add_argument("--nm", default="nm", help="lapack: the nm that reads it")
     ap.add_argument("--stubs", type=Path, help="lapack: stubs into the reference library (assembly)")
     ap.add_argument("--stub-table", type=Path, help="lapack: the stubs' names and slots (C++)")
+    ap.add_argument("--coff", action="store_true", help="stubs for a Windows DLL")
     args = ap.parse_args()
     routines = catalogue.load(args.catalogue)
     if args.library == "blas":
@@ -175,7 +182,7 @@ def main() -> int:
             path.parent.mkdir(parents=True, exist_ok=True)
     write_if_changed(args.out, forwarders_source(selected))
     if args.library == "lapack":
-        write_if_changed(args.stubs, stubs_assembly(others))
+        write_if_changed(args.stubs, stubs_assembly(others, args.coff))
         write_if_changed(args.stub_table, stub_table_source(others))
     return 0
 

@@ -14,9 +14,19 @@ export WINEPREFIX=${WINEPREFIX:-/tmp/wineprefix-standin} WINEDEBUG=${WINEDEBUG:-
 jobs=${VORN_STANDIN_JOBS:-2}
 
 # Everything the result depends on: these sources, the catalogue and the
-# layer's own entry-name rules, the reference sources and the compilers.
+# entries the layer calls (not the rest of its generator, which changes far
+# more often), the reference sources and the compilers.
+entries=$(python3 - "$repo" <<'PY'
+import sys
+sys.path.insert(0, sys.argv[1] + "/tools/codegen")
+import catalogue, interfaces
+routines = catalogue.load(sys.argv[1] + "/catalogue/routines.cat")
+print("\n".join(sorted(interfaces.library_entry(r) for r in routines)))
+PY
+)
 inputs=$( (cd "$here" && sha256sum build.sh generate.py ./*.c ./*.h README.md
-           cd "$repo" && sha256sum catalogue/routines.cat tools/codegen/*.py
+           cd "$repo" && sha256sum catalogue/routines.cat
+           echo "$entries"
            find "$lapack/SRC" "$lapack/BLAS/SRC" "$lapack/INSTALL" -type f -printf '%P %s\n' | sort
            x86_64-w64-mingw32-gfortran --version | head -1
            x86_64-w64-mingw32-gcc --version | head -1) | sha256sum | cut -d' ' -f1)

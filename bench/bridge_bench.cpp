@@ -22,15 +22,18 @@
 #include "workloads.h"
 
 extern "C" int mkl_serv_get_max_threads();
+extern "C" int mkl_serv_set_num_threads_local(int);
 
 namespace {
 
 // CPU time of the calling thread: every implementation runs on that thread
 // alone (one MKL and one OpenBLAS thread), and time spent preempted by
-// other work on the machine does not count.
+// other work on the machine does not count. The threaded rows take
+// wall-clock time instead.
+clockid_t clock_in_use = CLOCK_THREAD_CPUTIME_ID;
 double thread_ns() {
   timespec t{};
-  clock_gettime(CLOCK_THREAD_CPUTIME_ID, &t);
+  clock_gettime(clock_in_use, &t);
   return static_cast<double>(t.tv_sec) * 1e9 + static_cast<double>(t.tv_nsec);
 }
 
@@ -90,11 +93,17 @@ std::vector<double> paired(const Lane& a, const Lane& direct, const Lane* mandat
 // in an order that rotates from round to round. Differences and ratios to
 // the direct call are taken within each round, where both saw the same
 // machine, and summarised by their median over the rounds.
-void measure(benchmark::State& state, const bench::Routine* routine, int n) {
+void measure(benchmark::State& state, const bench::Routine* routine, int n, int threads) {
   auto w = routine->make(n);
   std::vector<Lane> lanes;
+  const auto threaded = [](bench::Impl i) { return i == bench::Impl::layer || i == bench::Impl::typed || i == bench::Impl::direct; };
   for (bench::Impl impl : bench::kAllImpls)
-    if (w->applicable(impl) && w->unavailable(impl) == nullptr) lanes.push_back(Lane{impl, 1, {}, 0});
+    if (w->applicable(impl) && w->unavailable(impl) == nullptr && (threads == 1 || threaded(impl)))
+      lanes.push_back(Lane{impl, 1, {}, 0});
+  // This thread's calls only; 0 returns it to the process-wide count.
+  if (threads > 1) mkl_serv_set_num_threads_local(threads);
+  clock_in_use = threads > 1 ? CLOCK_MONOTONIC : CLOCK_THREAD_CPUTIME_ID;
+  state.counters["mkl_threads"] = mkl_serv_get_max_threads();
   for (Lane& lane : lanes) lane.block = calibrate(*w, lane.impl);
 
   std::size_t turn = 0;
@@ -117,6 +126,7 @@ void measure(benchmark::State& state, const bench::Routine* routine, int n) {
     ++turn;
     state.SetIterationTime(total * 1e-9);
   }
+  if (threads > 1) mkl_serv_set_num_threads_local(0);
 
   const Lane* direct = nullptr;
   const Lane* mandated = nullptr;
@@ -212,8 +222,12 @@ int main(int argc, char** argv) {
   for (const bench::Routine& r : bench::routines()) {
     for (int n : r.sizes) {
       const std::string name = r.name + "/" + std::to_string(n);
-      benchmark::RegisterBenchmark(name.c_str(), measure, &r, n)->UseManualTime();
+      benchmark::RegisterBenchmark(name.c_str(), measure, &r, n, 1)->UseManualTime();
     }
+    for (const bench::ThreadedRow& t : bench::kThreadedRows)
+      if (r.name == t.routine)
+        benchmark::RegisterBenchmark((bench::threaded_name(t) + "/" + std::to_string(t.n)).c_str(), measure, &r, t.n,
+                                     t.threads)->UseManualTime();
     // What cannot be measured, and why, goes to the report too.
     const auto probe = r.make(0);
     for (bench::Impl impl : bench::kAllImpls)

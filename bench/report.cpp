@@ -211,6 +211,20 @@ void write_markdown(const fs::path& out, const Report& rep, const std::vector<st
       }
     }
   }
+  md << "\n## MKL on several threads\n\nWall-clock time per call, median over rounds; only the layer, the typed entry"
+        " and the direct call.\n\n";
+  md << "| routine | size | threads | layer ms | direct ms | overhead µs | ratio | GFLOP/s |\n";
+  md << "|---|---:|---:|---:|---:|---:|---:|---:|\n";
+  for (const bench::ThreadedRow& t : bench::kThreadedRows)
+    for (const auto& r : bench::routines())
+      for (const char* entry : kEntries) {
+        const std::string name = bench::threaded_name(t);
+        const double layer = rep.time(name, entry, t.n);
+        if (r.name != t.routine || !std::isfinite(layer)) continue;
+        md << "| " << entry_title(r.name, entry) << " | " << t.n << " | " << t.threads << " | " << fixed(layer * 1e-6, 2)
+           << " | " << fixed(rep.time(name, "direct", t.n) * 1e-6, 2) << " | " << fixed(rep.over(name, entry, t.n) * 1e-3, 1)
+           << " | " << fixed(rep.ratio(name, entry, t.n), 3) << " | " << fixed(r.flops(t.n) / layer, 1) << " |\n";
+      }
   md << "\nNot measured in this run:\n\n";
   if (rep.inputs().skipped.empty()) md << "- nothing\n";
   for (const auto& [who, why] : rep.inputs().skipped) md << "- " << who.first << " " << who.second << ": " << why << "\n";

@@ -14,7 +14,7 @@
 # Environment: BENCH_MIN_TIME (seconds of timed blocks per routine and size,
 # default 0.5; more gives more rounds), BENCH_CALLS (calls per counted phase,
 # default 1000), BENCH_FILTER (Google Benchmark regex, default all).
-# MKL and OpenBLAS run on one thread.
+# MKL and OpenBLAS run on one thread, except in the threaded rows.
 set -euo pipefail
 here=$(cd "$(dirname "$0")/.." && pwd)
 build_it=1
@@ -79,7 +79,7 @@ echo "== report"
 "$build/bench/vorn_bench_report" --timings "$results/timings.tsv" --callgrind "$results/callgrind" \
   --allocations "$results/allocations.tsv" --profile "$results/profile.tsv" --calls "$calls" --out "$results" \
   --note "run started $started on $(getconf _NPROCESSORS_ONLN) cores ($(grep -m1 'model name' /proc/cpuinfo | cut -d: -f2 | sed 's/^ *//')); load average before: $load_before, after: $(cut -d' ' -f1-3 /proc/loadavg)" \
-  --note "Google Benchmark: --benchmark_min_time=$min_time; MKL_NUM_THREADS=1, OPENBLAS_NUM_THREADS=1"
+  --note "Google Benchmark: --benchmark_min_time=$min_time; MKL_NUM_THREADS=1, OPENBLAS_NUM_THREADS=1 (threaded rows: MKL's count for the calling thread)"
 # A filtered run may leave a panel without data; the report stands anyway.
 if gnuplot -e "datafile='$results/bridge.dat'; flopsfile='$results/bridge_gflops.dat'; outfile='$results/bridge.svg'" \
   "$here/bench/plot.gp"; then

@@ -100,6 +100,17 @@ struct Routine {
 // The benchmarked routines, then the mandated service calls timed alone.
 const std::vector<Routine>& routines();
 
+// Rows timed with MKL on several threads, named "<routine>@<threads>" in the
+// timings: the layer, its typed entry and the direct call only, in
+// wall-clock time, since the work leaves the calling thread.
+struct ThreadedRow {
+  const char* routine;
+  int n;
+  int threads;
+};
+inline constexpr ThreadedRow kThreadedRows[] = {{"DGEMM", 1000, 2}, {"DGETRF", 1000, 2}};
+inline std::string threaded_name(const ThreadedRow& t) { return std::string(t.routine) + "@" + std::to_string(t.threads); }
+
 // One line per library loaded beside the layer, saying where it came from.
 std::vector<std::string> library_notes();
 

@@ -1,5 +1,5 @@
-# The computational library. On Linux: MKL's threading and core layers,
-# with LLVM's OpenMP runtime standing in as libiomp5. On Windows the DLL
+# The computational library. On Linux: MKL's GNU threading layer and its
+# core, over GNU OpenMP. On Windows the DLL
 # imports mkl_intel_thread.dll by name, through an import library made from
 # the generator's list of entries, so no MKL binary is needed to link.
 add_library(vorn::mkl INTERFACE IMPORTED)
@@ -16,8 +16,15 @@ if(WIN32)
   set_target_properties(vorn::mkl PROPERTIES INTERFACE_LINK_LIBRARIES "${VORN_MKL_IMPLIB}")
   return()
 endif()
-find_library(VORN_MKL_THREAD_LIB mkl_intel_thread REQUIRED)
+# MKL's threading layer takes its OpenMP entries from whichever runtime comes
+# first in the process, not from the one we load. The GNU layer needs only
+# GOMP_* and omp_* entries, which GNU libgomp and LLVM/Intel libomp both
+# provide in full, so one runtime serves all of them in any host. The Intel
+# layer needs __kmpc_* (libomp alone) next to omp_*, and a host that loaded
+# libgomp first handed it libgomp's thread numbers for libomp's threads.
+find_library(VORN_MKL_GNU_THREAD_LIB mkl_gnu_thread REQUIRED)
 find_library(VORN_MKL_CORE_LIB mkl_core REQUIRED)
-find_library(VORN_IOMP5_LIB iomp5 REQUIRED PATHS /usr/lib/x86_64-linux-gnu /usr/lib/llvm-14/lib)
+# By its run-time name: LLVM's tree has a libgomp.so that is libomp.
+find_library(VORN_GOMP_LIB NAMES libgomp.so.1 REQUIRED NO_CMAKE_PATH NO_CMAKE_ENVIRONMENT_PATH)
 set_target_properties(vorn::mkl PROPERTIES
-  INTERFACE_LINK_LIBRARIES "${VORN_MKL_THREAD_LIB};${VORN_MKL_CORE_LIB};${VORN_IOMP5_LIB};pthread;m;dl")
+  INTERFACE_LINK_LIBRARIES "${VORN_MKL_GNU_THREAD_LIB};${VORN_MKL_CORE_LIB};${VORN_GOMP_LIB};pthread;m;dl")

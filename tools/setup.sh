@@ -24,7 +24,7 @@ fi
 
 pkgs=(
   build-essential g++ gfortran cmake ninja-build python3 pkg-config dpkg-dev
-  libmkl-core libmkl-intel-thread libomp5-14 libomp-14-dev
+  libmkl-core libmkl-gnu-thread libgomp1 libomp5-14
   libgtest-dev libgmock-dev libbenchmark-dev
   libblas3 liblapack3 libblas-dev liblapack-dev liblapacke-dev
   libblas-test liblapack-test libopenblas0-pthread

@@ -1,7 +1,7 @@
 # The computational library. On Linux: MKL's GNU threading layer and its
-# core, over GNU OpenMP. On Windows the DLL
-# imports mkl_intel_thread.dll by name, through an import library made from
-# the generator's list of entries, so no MKL binary is needed to link.
+# core, over GNU OpenMP. On Windows the DLL imports mkl_intel_thread.dll by
+# name, through an import library made from the generator's list of
+# entries, so no MKL binary is needed to link.
 add_library(vorn::mkl INTERFACE IMPORTED)
 if(WIN32)
   find_program(VORN_DLLTOOL NAMES llvm-dlltool llvm-dlltool-14 REQUIRED)

@@ -6,8 +6,8 @@
 extern "C" {
 // XERBLA's lower spelling; it is also the handler the layer installs and
 // calls for its own reports.
-__attribute__((visibility("hidden"))) void vorn_if_xerbla(const char* name, const void* position, long long length);
-__attribute__((visibility("hidden"))) void vorn_if_XERBLA(const char* name, const void* position, long long length);
+__attribute__((visibility("hidden"))) void vorn_if_xerbla(const char* name, const void* position, int length);
+__attribute__((visibility("hidden"))) void vorn_if_XERBLA(const char* name, const void* position, int length);
 __attribute__((visibility("hidden"))) long long vorn_progress_handler(void* thread, void* step, void* stage, long long length);
 }
 

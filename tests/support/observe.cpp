@@ -155,7 +155,10 @@ void mkl_serv_deallocate(void* p) {
     }
     observe::record({Kind::Deallocate, 0, 0, p, {}});
     if (mapping.first != nullptr) {
-      munmap(mapping.first, mapping.second);
+      // Kept inaccessible rather than unmapped: a use after release faults,
+      // and no later block reuses the address.
+      madvise(mapping.first, mapping.second, MADV_DONTNEED);
+      mprotect(mapping.first, mapping.second, PROT_NONE);
       return;
     }
   }

@@ -40,7 +40,8 @@ std::size_t outstanding_blocks();
 
 // While one exists, each scratch block the library obtains ends right
 // before an inaccessible page (8-byte aligned, so that one element too far
-// faults), and the page before it is inaccessible too. Setting
+// faults), and the page before it is inaccessible too; a released block
+// stays inaccessible. Setting
 // VORN_TEST_GUARD_PAGES=1 in the environment keeps it on for the whole run.
 struct GuardPages {
   GuardPages();

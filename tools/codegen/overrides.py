@@ -293,6 +293,10 @@ ARRAY_RULES = {
     ("LASD6", "GIVCOL"): ArrayRule(taken="ICOMPQ/=0"),
     ("LASD7", "PERM"): ArrayRule(taken="ICOMPQ/=0"),
     ("LASD7", "GIVCOL"): ArrayRule(taken="ICOMPQ/=0"),
+    # The computational library reads INDX(N+1), one past the documented
+    # end, without using it (a guard page after the scratch array shows it);
+    # the reference caller's IWORK goes on there.
+    ("LAED2", "INDX"): ArrayRule(length="N+1", back_length="N"),
 }
 
 def keyed(table: dict, name: str, array: str | None = None):

@@ -3,7 +3,6 @@
 // N ln N (?LAEDA). Each precision's file supplies the library call; the
 // sizing, conversions and failure paths are shared here.
 #pragma once
-#include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <string_view>
@@ -153,87 +152,52 @@ struct LaedaArrays {
   const int* qptr;
 };
 
-// 2**e as Fortran forms it for the tree positions: 0 for e < 0.
-inline i64 power_of_two(i64 e) { return e < 0 ? 0 : i64{1} << (e < 40 ? e : 40); }
-
-// The merge nodes below CURLVL whose entries ?LAEDA reads in ?LAED0's
-// whole-tree pointer arrays (it reads positions curr .. curr + 2 of each),
-// as ?LAEDA walks them.
-template <class Visit>
-void laeda_nodes(i64 tlvls, i64 curlvl, i64 curpbm, Visit visit) {
-  i64 ptr = 1 + power_of_two(tlvls);
-  for (i64 k = 1; k < curlvl && k < 63; ++k) {
-    const i64 curr = ptr + curpbm * power_of_two(curlvl - k) + power_of_two(curlvl - k - 1) - 1;
-    if (curr >= 1) visit(curr);
-    ptr += power_of_two(tlvls - k);
-  }
-}
-
-// One of ?LAEDA's tree arrays: `count` elements' worth of bytes, truncated,
-// converted while i < count, so the last element may lie partly outside;
-// never wholly (a count just above a whole number would put it there).
-// Longer when the routine reaches further (`reach` elements), so that it
-// never reads past the array.
-inline i64* laeda_array(ScratchSet<5>& scratch, double count, i64 reach, const int* caller) {
-  const auto bytes = std::max(static_cast<std::uint32_t>(static_cast<std::int64_t>(count * 8.0)),
-                              static_cast<std::uint32_t>(std::ceil(count) - 1) * 8u + 1u);
-  const bool further = static_cast<double>(reach) > count;
-  i64* const p = further ? scratch.obtain(reach) : scratch.obtain_bytes(bytes);
+// One of ?LAEDA's tree arrays: `count` bytes' worth of elements by the
+// truncated byte count, converted while i < count.
+inline i64* laeda_array(ScratchSet<5>& scratch, double count, const int* caller) {
+  const auto bytes = static_cast<std::uint32_t>(static_cast<std::int64_t>(count * 8.0));
+  i64* const p = scratch.obtain_bytes(bytes);
   if (p != nullptr) {
-    for (i64 i = 0; further ? i < reach : static_cast<double>(i) < count; ++i) p[i] = caller[i];
+    for (i64 i = 0; static_cast<double>(i) < count; ++i) p[i] = caller[i];
   }
   return p;
 }
 
 // ?LAEDA sizes PRMPTR, PERM and GIVPTR by N ln N and GIVCOL by 2N ln N
 // (natural logarithm where LAPACK documents lg), all inputs; QPTR by N + 2.
-// N is the subproblem's size while the arrays are the whole tree's: where
-// the tree position (TLVLS, CURLVL, CURPBM) and the pointers' own values
-// take the routine further, the arrays reach that far.
 // Call(prmptr64, perm64, givptr64, givcol64, qptr64, info64).
 template <class Call>
-void laeda(std::string_view name, i64 n, i64 tlvls, i64 curlvl, i64 curpbm, LaedaArrays in, int* info, Call call) {
+void laeda(std::string_view name, i64 n, LaedaArrays in, int* info, Call call) {
   const double nd = static_cast<double>(n);
   const double l = std::fmax(1.0, nd * std::log(nd));
   const double l2 = std::fmax(1.0, 2.0 * nd * std::log(nd));
-  i64 pointers = 0;
-  i64 qptr_reach = 1 + curpbm * power_of_two(curlvl) + power_of_two(curlvl - 1) + 1;
-  laeda_nodes(tlvls, curlvl, curpbm, [&](i64 curr) { pointers = std::max(pointers, curr + 2); });
-  qptr_reach = std::max(qptr_reach, pointers);
-  // Positions curr + 1 and curr + 2 of each node bound the entries it reads.
-  auto through = [&](const i64* ptr) {
-    i64 reach = 0;
-    laeda_nodes(tlvls, curlvl, curpbm, [&](i64 curr) { reach = std::max({reach, ptr[curr] - 1, ptr[curr + 1] - 1}); });
-    return reach;
-  };
   ScratchSet<5> scratch;
-  i64* const prmptr64 = laeda_array(scratch, l, pointers, in.prmptr);
+  i64* const prmptr64 = laeda_array(scratch, l, in.prmptr);
   if (prmptr64 == nullptr) {
     scratch_failure(scratch, name, info);
     return;
   }
-  i64* const perm64 = laeda_array(scratch, l, through(prmptr64), in.perm);
+  i64* const perm64 = laeda_array(scratch, l, in.perm);
   if (perm64 == nullptr) {
     scratch_failure(scratch, name, info);
     return;
   }
-  i64* const givptr64 = laeda_array(scratch, l, pointers, in.givptr);
+  i64* const givptr64 = laeda_array(scratch, l, in.givptr);
   if (givptr64 == nullptr) {
     scratch_failure(scratch, name, info);
     return;
   }
-  i64* const givcol64 = laeda_array(scratch, l2, 2 * through(givptr64), in.givcol);
+  i64* const givcol64 = laeda_array(scratch, l2, in.givcol);
   if (givcol64 == nullptr) {
     scratch_failure(scratch, name, info);
     return;
   }
-  const i64 qptr_length = std::max(n + 2, qptr_reach);
-  i64* const qptr64 = scratch.obtain(qptr_length);
+  i64* const qptr64 = scratch.obtain(n + 2);
   if (qptr64 == nullptr) {
     scratch_failure(scratch, name, info);
     return;
   }
-  copy_in(qptr64, in.qptr, qptr_length);
+  copy_in(qptr64, in.qptr, n + 2);
   i64 info64 = 0;
   install_hooks();
   call(prmptr64, perm64, givptr64, givcol64, qptr64, &info64);

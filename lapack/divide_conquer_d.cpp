@@ -56,7 +56,7 @@ extern "C" VORN_HIDDEN void vorn_if_dlaeda(const int* n, const int* tlvls, const
                                          const double* givnum, const double* q, const int* qptr, double* z, double* ztemp,
                                          int* info) {
   const i64 n64 = widen(n), tlvls64 = widen(tlvls), curlvl64 = widen(curlvl), curpbm64 = widen(curpbm);
-  vorn::lapack::laeda("DLAEDA", n64, tlvls64, curlvl64, curpbm64, {prmptr, perm, givptr, givcol, qptr}, info,
+  vorn::lapack::laeda("DLAEDA", n64, {prmptr, perm, givptr, givcol, qptr}, info,
                       [&](i64* prmptr64, i64* perm64, i64* givptr64, i64* givcol64, i64* qptr64, i64* info64) {
                         mkl_lapack_dlaeda(&n64, &tlvls64, &curlvl64, &curpbm64, prmptr64, perm64, givptr64, givcol64,
                                           givnum, q, qptr64, z, ztemp, info64);

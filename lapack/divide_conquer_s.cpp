@@ -56,7 +56,7 @@ extern "C" VORN_HIDDEN void vorn_if_slaeda(const int* n, const int* tlvls, const
                                          const float* givnum, const float* q, const int* qptr, float* z, float* ztemp,
                                          int* info) {
   const i64 n64 = widen(n), tlvls64 = widen(tlvls), curlvl64 = widen(curlvl), curpbm64 = widen(curpbm);
-  vorn::lapack::laeda("SLAEDA", n64, tlvls64, curlvl64, curpbm64, {prmptr, perm, givptr, givcol, qptr}, info,
+  vorn::lapack::laeda("SLAEDA", n64, {prmptr, perm, givptr, givcol, qptr}, info,
                       [&](i64* prmptr64, i64* perm64, i64* givptr64, i64* givcol64, i64* qptr64, i64* info64) {
                         mkl_lapack_slaeda(&n64, &tlvls64, &curlvl64, &curpbm64, prmptr64, perm64, givptr64, givcol64,
                                           givnum, q, qptr64, z, ztemp, info64);

@@ -14,12 +14,12 @@
 namespace {
 
 using ProgramXerbla = void (*)(const char*, const int*, std::size_t);
-using Handler = void (*)(const char*, const void*, long long);
+using Handler = void (*)(const char*, const void*, int);
 
 Handler library_handler = nullptr;
 ProgramXerbla program_xerbla = nullptr;
 
-void route(const char* name, const void* position, long long length) {
+void route(const char* name, const void* position, int length) {
   if (program_xerbla == nullptr) {
     library_handler(name, position, length);
     return;

@@ -2,11 +2,11 @@
 
 // Both XERBLA spellings end in the default handler; the lower one goes
 // through the upper one, as a chain of tail jumps.
-extern "C" void vorn_if_XERBLA(const char* name, const void* position, long long length) {
+extern "C" void vorn_if_XERBLA(const char* name, const void* position, int length) {
   mkl_serv_default_xerbla(name, position, length);
 }
 
-extern "C" void vorn_if_xerbla(const char* name, const void* position, long long length) {
+extern "C" void vorn_if_xerbla(const char* name, const void* position, int length) {
   vorn_if_XERBLA(name, position, length);
 }
 

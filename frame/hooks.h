@@ -7,8 +7,8 @@
 extern "C" {
 // XERBLA's lower spelling; it is also the handler the layer installs and
 // calls for its own reports.
-VORN_HIDDEN void vorn_if_xerbla(const char* name, const void* position, long long length);
-VORN_HIDDEN void vorn_if_XERBLA(const char* name, const void* position, long long length);
+VORN_HIDDEN void vorn_if_xerbla(const char* name, const void* position, int length);
+VORN_HIDDEN void vorn_if_XERBLA(const char* name, const void* position, int length);
 VORN_HIDDEN long long vorn_progress_handler(void* thread, void* step, void* stage, long long length);
 }
 

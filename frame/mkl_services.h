@@ -5,14 +5,14 @@
 #include <cstdint>
 
 extern "C" {
-// The handler signatures are taken as register-wide values so that a
-// forwarding handler passes every bit on unchanged.
-using vorn_xerbla_fn = void (*)(const char*, const void*, long long);
+// XERBLA's name length is a 32-bit integer passed by value, as LP64
+// callers pass it; the progress handler's arguments are register-wide.
+using vorn_xerbla_fn = void (*)(const char*, const void*, int);
 using vorn_progress_fn = long long (*)(void*, void*, void*, long long);
 
 void mkl_serv_set_xerbla_interface(vorn_xerbla_fn handler);
 void mkl_serv_set_progress_interface(vorn_progress_fn handler);
-void mkl_serv_default_xerbla(const char* name, const void* position, long long length);
+void mkl_serv_default_xerbla(const char* name, const void* position, int length);
 long long mkl_serv_default_progress(void* thread, void* step, void* stage, long long length);
 void* mkl_serv_allocate(std::size_t bytes, int alignment);
 void mkl_serv_deallocate(void* p);

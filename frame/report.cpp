@@ -12,7 +12,7 @@ void report(std::string_view name, i64 position) {
   std::memcpy(buffer, name.data(), n);
   buffer[n] = '\0';
   i64 cell = position;
-  vorn_if_xerbla(buffer, &cell, static_cast<long long>(n));
+  vorn_if_xerbla(buffer, &cell, static_cast<int>(n));
 }
 
 }  // namespace vorn

@@ -38,6 +38,18 @@ inline i64 ceil_log2(i64 n) {
 // sizing arrays documented with NLVL.
 i64 lapack_depth(i64 n, i64 smlsiz);
 
+// Position (1-based) of the node ?LAED7 merges in the whole-tree pointer
+// arrays of ?LAED0: past the 2^TLVLS + 1 leaf entries and the nodes of the
+// levels below CURLVL, then CURPBM, as ?LAED7 computes it.
+i64 merge_node(i64 tlvls, i64 curlvl, i64 curpbm);
+
+// How far ?LAED7 indexes PERM (or the columns of GIVCOL) through their
+// pointer array: up to the largest pointer up to this node's (?LAEDA reads
+// the entries of the earlier nodes, up to where this node's begin), and N
+// entries past this node's own pointer, which ?LAED8 writes (the top level
+// restarts it at 1). `pointers` holds at least merge_node(...) elements.
+i64 tree_extent(const i64* pointers, i64 tlvls, i64 curlvl, i64 curpbm, i64 n);
+
 // The layer's own depth for a ratio x = P / (SMLSIZ + 1): 1 for x <= 2,
 // else the smallest k with x <= 2^k. At exact powers of two this is one
 // less than LAPACK's INT(LOG2(x)) + 1; the sizes built on it carry a margin.

@@ -38,7 +38,7 @@ extern "C" VORN_HIDDEN void vorn_if_dbdsdc(const char* uplo, const char* compq, 
 }
 
 extern "C" VORN_HIDDEN void vorn_if_dlasda(const int* icompq, const int* smlsiz, const int* n, const int* sqre, double* d,
-                                         const double* e, double* u, const int* ldu, double* vt, int* k, double* difl, double* difr,
+                                         double* e, double* u, const int* ldu, double* vt, int* k, double* difl, double* difr,
                                          double* z, double* poles, int* givptr, int* givcol, const int* ldgcol, int* perm,
                                          double* givnum, double* c, double* s, double* work, int* /*iwork*/, int* info) {
   const i64 icompq64 = widen(icompq), smlsiz64 = widen(smlsiz), n64 = widen(n), sqre64 = widen(sqre);

@@ -38,7 +38,7 @@ extern "C" VORN_HIDDEN void vorn_if_sbdsdc(const char* uplo, const char* compq, 
 }
 
 extern "C" VORN_HIDDEN void vorn_if_slasda(const int* icompq, const int* smlsiz, const int* n, const int* sqre, float* d,
-                                         const float* e, float* u, const int* ldu, float* vt, int* k, float* difl, float* difr,
+                                         float* e, float* u, const int* ldu, float* vt, int* k, float* difl, float* difr,
                                          float* z, float* poles, int* givptr, int* givcol, const int* ldgcol, int* perm,
                                          float* givnum, float* c, float* s, float* work, int* /*iwork*/, int* info) {
   const i64 icompq64 = widen(icompq), smlsiz64 = widen(smlsiz), n64 = widen(n), sqre64 = widen(sqre);

@@ -15,7 +15,7 @@
 namespace {
 
 using ProgramXerbla = void (*)(const char*, const int*, std::size_t);
-using Handler = void (*)(const char*, const void*, long long);
+using Handler = void (*)(const char*, const void*, int);
 
 // The program's own xerbla_, or null when the first definition in the
 // global scope belongs to a shared library.
@@ -49,7 +49,7 @@ Handler library_handler() {
 }  // namespace
 
 extern "C" __attribute__((visibility("default"))) void mkl_serv_default_xerbla(const char* name, const void* position,
-                                                                               long long length) {
+                                                                               int length) {
   const ProgramXerbla program = program_xerbla();
   if (program == nullptr) {
     library_handler()(name, position, length);

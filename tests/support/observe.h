@@ -11,7 +11,7 @@ namespace observe {
 struct Report {
   std::string name;
   long long position;  // read as the 64-bit cell the layer passes
-  long long length;
+  int length;
   bool from_layer;  // made by the library itself, not by MKL through the hook
 };
 
@@ -37,6 +37,18 @@ void fail_allocation_after(int skip);
 
 // Every block the library allocated and has not released.
 std::size_t outstanding_blocks();
+
+// While one exists, each scratch block the library obtains ends right
+// before an inaccessible page (8-byte aligned, so that one element too far
+// faults), and the page before it is inaccessible too; a released block
+// stays inaccessible. Setting
+// VORN_TEST_GUARD_PAGES=1 in the environment keeps it on for the whole run.
+struct GuardPages {
+  GuardPages();
+  ~GuardPages();
+  GuardPages(const GuardPages&) = delete;
+  GuardPages& operator=(const GuardPages&) = delete;
+};
 
 // Records that a library entry was reached (used by entry interposers).
 void note_entry(const char* name, const void* return_address);

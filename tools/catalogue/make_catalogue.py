@@ -77,7 +77,8 @@ HEADER = """\
 #         and is named RESULT
 #   INTENT in, out or io, from the doxygen \\param direction; an argument
 #         documented in that the routine assigns to is io, an undocumented
-#         one is out/io if assigned, else in
+#         one is out/io if assigned, else in; make_catalogue.py's
+#         INTENT_FROM_CODE names those the code proves otherwise
 #   DIM   documented array dimension, upper case, blanks and outer
 #         parentheses removed; everything after the third ':' (it may itself
 #         contain ':').  Always present for i[] and l[]; '?' there means the
@@ -399,6 +400,29 @@ def _bare_expression(text, pos):
 
 
 # ---------------------------------------------------------------------------
+# Intents the code contradicts
+
+
+# Arguments whose doxygen direction the code contradicts in a way a single
+# routine's text does not show: written or read through the routines they
+# are passed on to. Found by tools/catalogue/dataflow.py (gfortran's own
+# parse of the sources), which fails while one is missing; each is io.
+_LAED7_TREE = {
+    "INDXQ": "documented out, but ?LAED8 reads it before ?LAMRG writes it",
+    "RHO": "passed to ?LAED8, which rescales it",
+    "PERM": "?LAEDA reads the earlier nodes' permutations, ?LAED8 writes this node's",
+    "GIVCOL": "?LAEDA reads the earlier nodes' rotations, ?LAED8 writes this node's",
+    "GIVNUM": "?LAED8 writes this node's rotations",
+}
+INTENT_FROM_CODE = {
+    **{p + "LAED7": _LAED7_TREE for p in "SDCZ"},
+    **{p + "LAED0": {"E": "passed to ?STEQR, which destroys it"} for p in "SD"},
+    **{p + "LAED1": {"RHO": "passed to ?LAED2, which rescales it"} for p in "SD"},
+    **{p + "LASDA": {"E": "passed to ?LASDQ, which overwrites it"} for p in "SD"},
+}
+
+
+# ---------------------------------------------------------------------------
 # Building entries
 
 
@@ -480,6 +504,10 @@ def build_source_entry(group, unit, notes):
         else:
             intent = derive_intent(unit, name, info)
             notes.derived_intent.setdefault(unit.name, []).append(name)
+        if name in INTENT_FROM_CODE.get(unit.name, {}):
+            if intent == "io":
+                raise CatalogueError(f"{unit.name}: {name} is io already; drop it from INTENT_FROM_CODE")
+            intent = "io"
         field = f"{name}:{kind}:{intent}"
         if kind.endswith("[]"):
             dim = documented_dim(doc[2]) if doc is not None else None

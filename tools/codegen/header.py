@@ -28,6 +28,19 @@ HAND_PROTOTYPES = {
 assert set(HAND_PROTOTYPES) <= overrides.hand_written()
 
 
+# Printed before the prototypes of the routines that take a selection
+# callback: the layer hands the function pointer on as it is, and the
+# computational library's 64-bit LOGICAL makes a difference to the caller.
+CALLBACK_NOTE = """\
+/* SELECT / SELCTG is handed to the computational library unchanged. The
+ * library calls it as a LOGICAL function of its own, 64 bits wide, and reads
+ * the whole result register: a callback returning a 32-bit int (or a
+ * gfortran LOGICAL) whose code leaves the upper half of that register set
+ * is read as true, whatever its 32-bit value. Return a 64-bit integer
+ * (long long), 0 or 1, to be read as intended. */"""
+CALLBACK_ROUTINES = frozenset(p + f for p in "SDCZ" for f in ("GEES", "GEESX", "GGES", "GGESX"))
+
+
 def prototype(r: Routine, name: str) -> str:
     if r.name in HAND_PROTOTYPES:
         return HAND_PROTOTYPES[r.name].format(n=name) + ";"
@@ -43,6 +56,8 @@ def c_header(routines: list[Routine]) -> str:
            "#ifndef VORN_INSTABLE_H", "#define VORN_INSTABLE_H", "",
            "#ifdef __cplusplus", 'extern "C" {', "#endif", ""]
     for r in routines:
+        if r.name in CALLBACK_ROUTINES:
+            out.append(CALLBACK_NOTE)
         for names, _ in exports.entries(r):
             out += [prototype(r, n) for n in names]
     out += ["", "#ifdef __cplusplus", "}", "#endif", "#endif", ""]

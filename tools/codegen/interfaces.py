@@ -196,7 +196,7 @@ class Notation:
     _TOKEN = re.compile(r"\s*(?:(\d+)|([A-Z][A-Z0-9_]*)|('[A-Za-z]')|(\*\*|/=|<=|>=|[-+*/(),=<>&|!]))")
     _FUNCTIONS = {"MAX": "vorn::lapack::max_of({{{}}})", "MIN": "vorn::lapack::min_of({{{}}})",
                   "ABS": "vorn::lapack::abs_of({})", "LG": "vorn::lapack::ceil_log2({})",
-                  "DEPTH": "vorn::lapack::lapack_depth({})"}
+                  "DEPTH": "vorn::lapack::lapack_depth({})", "NODE": "vorn::lapack::merge_node({})"}
     _RELATIONS = {"=": "==", "/=": "!=", "<": "<", ">": ">", "<=": "<=", ">=": ">="}
 
     def __init__(self, r: Routine):
@@ -318,6 +318,19 @@ class Notation:
             return f"({inner})"
         if t.isdigit():
             return t
+        if t == "TREE" and self._peek() == "(":
+            # TREE(POINTERS, TLVLS, CURLVL, CURPBM, N): read from the pointer
+            # array's scratch copy, which is obtained and filled before.
+            self._take("(")
+            pointers = self.r.arg(self._take())
+            if pointers is None or not pointers.is_integer_array:
+                raise ValueError(f"{self.r.name}: TREE needs an integer array first")
+            args = [local_name(pointers)]
+            while self._peek() == ",":
+                self._take()
+                args.append(self._sum())
+            self._take(")")
+            return f"vorn::lapack::tree_extent({', '.join(args)})"
         if t in self._FUNCTIONS and self._peek() == "(":
             self._take("(")
             args = [self._sum()]

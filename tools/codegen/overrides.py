@@ -169,14 +169,23 @@ DERIVED_SIZES = {
     "LALSA": {"NLVL": "DEPTH(N,SMLSIZ)"},
 }
 
-# Arrays the catalogue gives no usable DIM for: the documented dimension
-# from the routine's text (lg n as in ?LAED0's own sizing).
+# Arrays the catalogue gives no usable DIM for, or whose DIM is not what the
+# routine indexes.
 ARRAY_LENGTHS = {
+    # The documented dimension from the routine's text (lg n as in ?LAED0's
+    # own sizing).
     ("LAED0", "IWORK"): "6+6*N+5*N*LG(N)",
-    ("LAED7", "PRMPTR"): "N*LG(N)",
-    ("LAED7", "PERM"): "N*LG(N)",
-    ("LAED7", "GIVPTR"): "N*LG(N)",
-    ("LAED7", "GIVCOL"): "2*N*LG(N)",
+    # ?LAED7 merges one node of ?LAED0's tree; N is that node's size, but the
+    # pointer arrays are the whole tree's, indexed up to the entry after the
+    # node (NODE(TLVLS, CURLVL, CURPBM) is its position). PERM and GIVCOL
+    # are indexed through the pointers: as far as the largest pointer the
+    # routine reads, or this node's own N entries past its pointer
+    # (TREE(pointers, TLVLS, CURLVL, CURPBM, N), see lapack/array_frame.h).
+    ("LAED7", "QPTR"): "NODE(TLVLS,CURLVL,CURPBM)+1",
+    ("LAED7", "PRMPTR"): "NODE(TLVLS,CURLVL,CURPBM)+1",
+    ("LAED7", "GIVPTR"): "NODE(TLVLS,CURLVL,CURPBM)+1",
+    ("LAED7", "PERM"): "TREE(PRMPTR,TLVLS,CURLVL,CURPBM,N)",
+    ("LAED7", "GIVCOL"): "2*TREE(GIVPTR,TLVLS,CURLVL,CURPBM,N)",
 }
 
 # Pivot and permutation arrays that a workspace query (LWORK = -1) leaves
@@ -284,6 +293,10 @@ ARRAY_RULES = {
     ("LASD6", "GIVCOL"): ArrayRule(taken="ICOMPQ/=0"),
     ("LASD7", "PERM"): ArrayRule(taken="ICOMPQ/=0"),
     ("LASD7", "GIVCOL"): ArrayRule(taken="ICOMPQ/=0"),
+    # The computational library reads INDX(N+1), one past the documented
+    # end, without using it (a guard page after the scratch array shows it);
+    # the reference caller's IWORK goes on there.
+    ("LAED2", "INDX"): ArrayRule(length="N+1", back_length="N"),
 }
 
 def keyed(table: dict, name: str, array: str | None = None):
@@ -293,4 +306,37 @@ def keyed(table: dict, name: str, array: str | None = None):
         key = (routine, array) if array else routine
         if key in table:
             return table[key]
+    return None
+
+
+# ---------------------------------------------------------------------------
+# Where the layer departs on purpose from the data flow the Fortran compiler
+# reads out of the reference sources (tools/catalogue/dataflow.py). Keyed by
+# (routine or precision-less family, argument, what): "in" copy-in, "back"
+# copy-back, "const" the header's const; the value says why.
+# A routine key "*" covers every routine.
+_RESTORED_A = ("written and restored: the unblocked kernel sets each reflector's leading element "
+               "of A to one (the complex ones also conjugate its row with ?LACGV) and puts it back, "
+               "so the caller's A comes back unchanged and stays const, as in lapack.h")
+_READ_WHEN_FACTORED = ("read only with FACT = 'F': otherwise the routine factors first and writes "
+                       "IPIV before reading it; the compiler's reading does not follow the option")
+DATAFLOW_EXPLAINED: dict[tuple[str, str, str], str] = {
+    **{(f, "A", "const"): _RESTORED_A for f in """ORMBR ORMHR ORMLQ ORMQL ORMQR ORMRQ ORMTR
+        UNMBR UNMHR UNMLQ UNMQL UNMQR UNMRQ UNMRZ UNMTR""".split()},
+    ("LARZB", "T", "const"): "written and restored: conjugated with ?LACGV around the ?TRMM and back",
+    ("LARZB", "V", "const"): "written and restored: conjugated with ?LACGV around the ?GEMM and back",
+    **{(f, "IPIV", "in"): _READ_WHEN_FACTORED for f in """GBSVX GBSVXX GESVX GESVXX GTSVX HESVX
+        HESVXX HPSVX SPSVX SYSVX SYSVXX""".split()},
+    ("GEJSV", "IWORK", "back"): "IWORK(1..3) carry results in the reference, but the layer leaves "
+                                "IWORK as the caller had it (FIXED_WORKSPACE)",
+    ("*", "IWORK", "back"): "pure workspace (WORKSPACE_ARRAYS): the library gets a scratch array, "
+                            "the caller's IWORK is neither read nor written",
+}
+
+
+def explained_dataflow(name: str, arg: str, what: str):
+    """The DATAFLOW_EXPLAINED key that explains a difference, or None."""
+    for routine in (name, name[1:], "*"):
+        if (routine, arg, what) in DATAFLOW_EXPLAINED:
+            return (routine, arg, what)
     return None

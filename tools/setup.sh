@@ -30,6 +30,7 @@ pkgs=(
   libblas-test liblapack-test libopenblas0-pthread
   valgrind gnuplot-nox binutils
   g++-mingw-w64-x86-64 gfortran-mingw-w64-x86-64 clang lld llvm wine64 wine
+  r-base-core octave openmpi-bin libscalapack-openmpi2.2 scalapack-mpi-test
 )
 missing=()
 for p in "${pkgs[@]}"; do

@@ -107,7 +107,8 @@ const std::map<std::string, char> kOptions = {
 const std::map<std::string, std::map<std::string, char>> kRoutineOptions = {
     {"TREVC", {{"SIDE", 'B'}}}, {"TGEVC", {{"SIDE", 'B'}}}, {"HSEIN", {{"SIDE", 'B'}, {"EIGSRC", 'N'}}},
     {"TRSNA", {{"JOB", 'B'}}},  {"TGSNA", {{"JOB", 'B'}}},  {"TRSEN", {{"JOB", 'B'}, {"COMPQ", 'V'}}},
-    {"GEBAL", {{"JOB", 'B'}}},  {"GGBAL", {{"JOB", 'B'}}},  {"STEBZ", {{"RANGE", 'A'}}},
+    {"GEBAL", {{"JOB", 'B'}}},  {"BDSDC", {{"COMPQ", 'P'}}},
+    {"GEJSV", {{"JOBA", 'C'}, {"JOBU", 'U'}, {"JOBV", 'V'}, {"JOBR", 'N'}, {"JOBT", 'N'}, {"JOBP", 'N'}}},  {"GGBAL", {{"JOB", 'B'}}},  {"STEBZ", {{"RANGE", 'A'}}},
 };
 
 int scalar_value(const Routine& r, const std::string& name) {
@@ -291,6 +292,9 @@ std::map<std::string, long> environment(const Routine& r) {
   const long depth = std::max(0L, static_cast<long>(std::log2(static_cast<double>(n) / (leaf + 1)))) + 1;
   if (!env.count("NLVL")) env["NLVL"] = depth;
   if (!env.count("LIWORK")) env["LIWORK"] = 3 * n * depth + 11 * n;
+  // ?BDSDC's IQ: N*(11 + 2*SMLSIZ + 8*INT(LOG2(N/(SMLSIZ+1)))) in its text.
+  if (r.family() == "BDSDC")
+    env["LDIQ"] = n * (11 + 2 * leaf + 8 * static_cast<long>(std::log2(static_cast<double>(n) / (leaf + 1))));
   return env;
 }
 
@@ -569,7 +573,7 @@ TEST_F(GuardPageHarness, EveryForwardedArrayRoutineAtDocumentedSizesMatchesTheRe
   std::printf("[ harness  ] %zu routines, %zu integer and logical arrays at their documented sizes; "
               "%zu equal to the reference, %zu with named differences (%zu of them the same argument error); %zu not covered\n",
               routines, arrays, equal, named, argument_errors, uncovered);
-  EXPECT_GT(routines, 400u);
+  if (only == nullptr) EXPECT_GT(routines, 400u);
 }
 
 }  // namespace

@@ -18,6 +18,7 @@ from pathlib import Path
 sys.path.insert(0, str(Path(__file__).resolve().parent))
 
 import catalogue  # noqa: E402
+import dropin_departures  # noqa: E402
 from cxx_types import caller_type, param_name  # noqa: E402
 from header import HAND_PROTOTYPES  # noqa: E402
 from outputs import write_if_changed  # noqa: E402
@@ -91,6 +92,9 @@ def forwarder(r: catalogue.Routine) -> tuple[str, str]:
     declaration = (f'{"void" if complex_result else RESULT[r.result]} '
                    f'{entry}({", ".join(entry_params) or "void"});')
     lines = [f'VORN_DROPIN_EXPORT {RESULT[r.result]} {r.lower}_({", ".join(params)}) {{']
+    if r.name in dropin_departures.quick_return():
+        # The reference's quick return; the computational library would use |INCX|.
+        lines.append(f'  if (*{param_name(r.arg("INCX"))} <= 0) return{"" if r.result == "sub" else " 0"};')
     invocation = f'{entry}({", ".join(call)})'
     if complex_result:
         lines += [f"  {RESULT[r.result]} result;", f"  {invocation};", "  return result;"]
@@ -172,7 +176,10 @@ def main() -> int:
         listing = subprocess.run([args.nm, "-D", "--defined-only", "-P", str(args.reference)],
                                  check=True, capture_output=True, text=True).stdout
         names = reference_names(listing)
-        by_name = {f"{r.lower}_": r for r in routines}
+        # Departures from the reference's documented behaviour go to the
+        # reference implementation (dropin_departures.py).
+        routed = dropin_departures.routed_to_reference()
+        by_name = {f"{r.lower}_": r for r in routines if r.name not in routed}
         selected = [by_name[n] for n in names if n in by_name]
         others = [n for n in names if n not in by_name]
         if len(names) < 1000:

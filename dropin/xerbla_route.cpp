@@ -30,6 +30,7 @@
 #include <cstring>
 
 #include "dropin/export.h"
+#include "dropin/relocation.h"
 
 extern "C" {
 // Our own definition, unless the program has one: taken through the global
@@ -92,9 +93,9 @@ int find_relro(dl_phdr_info* info, std::size_t, void* data) {
   return 1;
 }
 
-// Points every relocated slot of `symbol` in `map` at `target`; returns
-// the value the first held, or null when there is none.
-void* repoint(const link_map* map, const char* symbol, void* target) {
+}  // namespace
+
+void* vorn_repoint(const link_map* map, const char* symbol, void* target) {
   const std::uintptr_t base = map->l_addr;
   // The loader relocates most address entries of .dynamic in place.
   auto address = [base](ElfW(Addr) v) { return v < base ? v + base : v; };
@@ -136,6 +137,8 @@ void* repoint(const link_map* map, const char* symbol, void* target) {
   return first;
 }
 
+namespace {
+
 __attribute__((constructor)) void install() {
   void* layer = dlopen("libvorn.so.1", RTLD_NOW | RTLD_NOLOAD);
   link_map* map = nullptr;
@@ -145,7 +148,7 @@ __attribute__((constructor)) void install() {
   void* bound = dlsym(RTLD_DEFAULT, kHandlerName);
   if (bound == nullptr) bound = dlsym(layer, kHandlerName);
   if (bound == nullptr) return;
-  void* held = repoint(map, kHandlerName, reinterpret_cast<void*>(&route));
+  void* held = vorn_repoint(map, kHandlerName, reinterpret_cast<void*>(&route));
   original = reinterpret_cast<Handler>(bound);
   // Anything else there than the bound handler, or a lazily bound slot
   // still pointing into libvorn, is the other companion's route.

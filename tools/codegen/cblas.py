@@ -119,7 +119,7 @@ def entry_call(entry: catalogue.Routine, values: list[str]) -> str:
 
 
 def option_name(a: catalogue.Arg, r: catalogue.Routine) -> str:
-    if a.name == "TRANS":
+    if a.name == "TRANS" or (a.name == "TRANSA" and r.name[1:] in ("TRMM", "TRSM")):
         return "Trans" if r.group == "B4" else "TransA"
     return OPTION_NAME[a.name]
 

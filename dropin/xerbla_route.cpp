@@ -16,7 +16,9 @@
 //    way;
 //  - to the default handler when that xerbla_ is a companion's (it would
 //    come straight back here), or when the report comes back while being
-//    delivered.
+//    delivered. A delivery can also end without returning: R's XERBLA
+//    jumps out (longjmp) to its error handler. So "while being delivered"
+//    means a report made deeper on the stack than the delivery's frame.
 // Both companions carry the route: the second one loaded finds the first
 // in the slot and goes on to it for what it does not take itself.
 #include <dlfcn.h>
@@ -28,6 +30,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <functional>
 
 #include "dropin/export.h"
 #include "dropin/relocation.h"
@@ -49,7 +52,8 @@ constexpr char kHandlerName[] = "mkl_serv_default_xerbla";
 
 Handler original = nullptr;  // what libvorn was bound to
 Handler next = nullptr;      // the other companion's route, when it came first
-thread_local bool delivering = false;
+// The route's frame while it delivers on this thread, or null.
+thread_local const void* delivering = nullptr;
 
 bool same_object(const void* a, const void* b) {
   Dl_info ia{}, ib{};
@@ -67,13 +71,16 @@ void route(const char* name, const void* position, int length) {
     return;
   }
   const ProgramXerbla program = &xerbla_;
-  if (delivering || same_object(reinterpret_cast<const void*>(program), reinterpret_cast<const void*>(&route))) {
+  const void* frame = __builtin_frame_address(0);
+  // The stack grows down: a report from within the delivery is deeper.
+  const bool within = delivering != nullptr && std::less<const void*>()(frame, delivering);
+  if (within || same_object(reinterpret_cast<const void*>(program), reinterpret_cast<const void*>(&route))) {
     original(name, position, length);
     return;
   }
-  delivering = true;
+  delivering = frame;
   program(name, &info, static_cast<std::size_t>(length));
-  delivering = false;
+  delivering = nullptr;
 }
 
 struct Relro {
@@ -150,8 +157,8 @@ __attribute__((constructor)) void install() {
   if (bound == nullptr) return;
   void* held = vorn_repoint(map, kHandlerName, reinterpret_cast<void*>(&route));
   original = reinterpret_cast<Handler>(bound);
-  // Anything else there than the bound handler, or a lazily bound slot
-  // still pointing into libvorn, is the other companion's route.
+  // Anything else there than the bound handler is the other companion's
+  // route, unless it still points into libvorn (a lazily bound slot).
   if (held != nullptr && held != bound && !same_object(held, dlsym(layer, "VORN_instable_xerbla"))) {
     next = reinterpret_cast<Handler>(held);
   }

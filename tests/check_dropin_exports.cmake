@@ -18,6 +18,8 @@ function(exported_names library out)
 endfunction()
 
 exported_names(${DROPIN} exported)
+# AddressSanitizer marks each exported data object with one of its own.
+list(FILTER exported EXCLUDE REGEX "^__odr_asan\\.")
 exported_names(${REFERENCE} reference)
 if(EXCLUDE)
   list(FILTER reference EXCLUDE REGEX "${EXCLUDE}")

@@ -2,7 +2,10 @@
 // routine set in the reference LAPACK library. On Linux the library is
 // opened privately (RTLD_LOCAL), so its names never shadow anyone's; its own
 // calls to other LAPACK routines still resolve through the global scope,
-// that is, to this library's names and through them to the layer. A Windows
+// that is, to this library's names and through them to the layer. Its
+// calls of xerbla_ go where this library's own would (xerbla_route.cpp):
+// to the program's XERBLA also when the program reached us from a module
+// opened privately, else to the layer's. A Windows
 // DLL binds its own calls itself; its BLAS calls come to the companion
 // libblas.dll.
 #include <cstdio>
@@ -14,6 +17,12 @@
 #include <windows.h>
 #else
 #include <dlfcn.h>
+
+#include <cstddef>
+
+#include "dropin/relocation.h"
+
+extern "C" __attribute__((visibility("default"))) void xerbla_(const char* name, const int* info, std::size_t length);
 #endif
 
 namespace {
@@ -57,6 +66,10 @@ void* reference_library() {
     if (path == nullptr || *path == '\0') path = VORN_REFERENCE_LAPACK;
     void* h = open_library(path);
     if (h == nullptr) give_up("cannot open the reference LAPACK library", loader_error());
+#if !defined(_WIN32)
+    link_map* map = nullptr;
+    if (dlinfo(h, RTLD_DI_LINKMAP, &map) == 0) vorn_repoint(map, "xerbla_", reinterpret_cast<void*>(&xerbla_));
+#endif
     return h;
   }();
   return handle;

@@ -1,12 +1,13 @@
-# A companion library exports exactly the reference library's names, less
-# those matching EXCLUDE (CBLAS and its Fortran helpers, for the BLAS).
+# A companion library exports exactly the reference library's names, data
+# objects included (CBLAS's RowMajorStrg and CBLAS_CallFromC), less those
+# matching EXCLUDE.
 #   NM, DROPIN, REFERENCE, EXCLUDE (regex, may be empty), MINIMUM
 function(exported_names library out)
   execute_process(COMMAND ${NM} -D --defined-only -P ${library} OUTPUT_VARIABLE listing RESULT_VARIABLE rc)
   if(NOT rc EQUAL 0)
     message(FATAL_ERROR "nm failed on ${library}")
   endif()
-  string(REGEX MATCHALL "[^\n]+ [TWi] [^\n]*" entries "${listing}")
+  string(REGEX MATCHALL "[^\n]+ [TWiBDV] [^\n]*" entries "${listing}")
   set(names "")
   foreach(entry IN LISTS entries)
     string(REGEX REPLACE " .*" "" symbol "${entry}")
@@ -17,6 +18,8 @@ function(exported_names library out)
 endfunction()
 
 exported_names(${DROPIN} exported)
+# AddressSanitizer marks each exported data object with one of its own.
+list(FILTER exported EXCLUDE REGEX "^__odr_asan\\.")
 exported_names(${REFERENCE} reference)
 if(EXCLUDE)
   list(FILTER reference EXCLUDE REGEX "${EXCLUDE}")

@@ -9,8 +9,7 @@ routines outside the set), and narrows the chosen set down to a minimal one
 that brings the path's failure count to what routing every candidate gives.
 
   attribute.py --from lapack --program xeigtstd --input dgd.in \\
-               --path "DGS drivers" --dropin-dir build/release/dropin/lib \\
-               --preload build/release/tests/netlib/libvorn_netlib_xerbla.so
+               --path "DGS drivers" --dropin-dir build/release/dropin/lib
 
 A diagnosis tool for a developer, not a test.
 """

@@ -103,6 +103,27 @@ def units(path: Path) -> list[tuple[str, int, int]]:
     return found
 
 
+# The reference's Fortran modules, compiled before everything that uses them.
+MODULES = ["SRC/la_constants.f90", "SRC/la_xisnan.F90"]
+
+
+def fortran_builds(sources, obj_dir: str, modules: list[str]) -> tuple[list[str], list[str]]:
+    """Ninja builds of reference Fortran files given as (relative name, path)
+    pairs: each module after the ones before it, every other file after all
+    of them; the machine parameters without optimisation (rule fc0), as the
+    reference builds them. Returns the build lines and the objects."""
+    def obj(rel: str) -> str:
+        return f"{obj_dir}/{rel.replace('/', '_')}.o"
+    lines, objects = [], []
+    for rel, path in sources:
+        rule = "fc0" if "lamch" in rel else "fc"
+        before = modules[:modules.index(rel)] if rel in modules else modules
+        deps = " || " + " ".join(obj(m) for m in before) if before else ""
+        lines.append(f"build {obj(rel)}: {rule} {path}{deps}")
+        objects.append(obj(rel))
+    return lines, objects
+
+
 def main() -> None:
     ap = argparse.ArgumentParser()
     ap.add_argument("--lapack", type=Path, required=True)
@@ -175,7 +196,7 @@ def main() -> None:
         d.write("LIBRARY mkl_intel_thread.dll\nEXPORTS\n")
         d.writelines(f"  {n}\n" for n in names + SERVICES)
 
-    modules = ["SRC/la_constants.f90", "SRC/la_xisnan.F90"]
+    modules = MODULES
     assert all(m in sources for m in modules)
     fflags = "-fdefault-integer-8 -frecursive -J mod"
     lines = [
@@ -189,18 +210,8 @@ def main() -> None:
         "-Wl,--out-implib,libmkl_intel_thread_standin.a -Wl,--no-undefined\n"
         "  rspfile = $out.rsp\n  rspfile_content = $in\n  description = LINK $out\n",
     ]
-    objects = []
-    for rel, path in sources.items():
-        obj = "obj/" + rel.replace("/", "_") + ".o"
-        rule = "fc0" if "lamch" in rel else "fc"
-        if rel == modules[0]:
-            deps = ""
-        elif rel == modules[1]:
-            deps = f" || obj/{modules[0].replace('/', '_')}.o"
-        else:
-            deps = " || " + " ".join(f"obj/{m.replace('/', '_')}.o" for m in modules)
-        lines.append(f"build {obj}: {rule} {path}{deps}")
-        objects.append(obj)
+    builds, objects = fortran_builds(sources.items(), "obj", modules)
+    lines += builds
     for c in ("services.c", "adapters.c", "mkl_only.c"):
         lines.append(f"build obj/{c}.o: cc {here / c} | {here / 'standin.h'}")
         objects.append(f"obj/{c}.o")

@@ -18,7 +18,7 @@ from pathlib import Path
 
 here = Path(__file__).resolve().parent
 sys.path.insert(0, str(here))
-from generate import close_over, reference_files  # noqa: E402
+from generate import MODULES, close_over, fortran_builds, reference_files  # noqa: E402
 
 FC = "x86_64-w64-mingw32-gfortran"
 FFLAGS = "-O2 -frecursive"
@@ -113,9 +113,7 @@ def link(src: Path, out: Path) -> None:
     lapack_sources.discard("SRC/xerbla.f")
     blas_sources = sorted(f"BLAS/SRC/{f.name}" for f in (src / "BLAS/SRC").glob("*.f*") if f.stem != "xerbla")
     # The reference needs its modules first.
-    modules = ["SRC/la_constants.f90", "SRC/la_xisnan.F90"]
-    lapack_sources.update(modules)
-    module_objs = [f"obj/ref/{m.replace('/', '_')}.o" for m in modules]
+    lapack_sources.update(MODULES)
     lines = [
         f"rule fc\n  command = {FC} {FFLAGS} -J mod -c $in -o $out\n  description = FC $in\n",
         f"rule fc0\n  command = {FC} -O0 -J mod -c $in -o $out\n  description = FC $in\n",
@@ -129,19 +127,10 @@ def link(src: Path, out: Path) -> None:
     ]
     for lib in wanted:
         lines.append(f"build implib/lib{lib}.dll.a: implib implib/lib{lib}.def")
-    ref_objs = {"blas": [], "lapack": []}
+    ref_objs = {}
     for lib, sources in (("blas", blas_sources), ("lapack", sorted(lapack_sources))):
-        for rel in sources:
-            obj = f"obj/ref/{rel.replace('/', '_')}.o"
-            rule = "fc0" if "lamch" in rel else "fc"
-            if rel == modules[0]:
-                deps = ""
-            elif rel == modules[1]:
-                deps = f" || {module_objs[0]}"
-            else:
-                deps = " || " + " ".join(module_objs)
-            lines.append(f"build {obj}: {rule} {src / rel}{deps}")
-            ref_objs[lib].append(obj)
+        builds, ref_objs[lib] = fortran_builds(((rel, src / rel) for rel in sources), "obj/ref", MODULES)
+        lines += builds
     lines.append(f"build obj/ref/program_xerbla.o: cc {here / 'program_xerbla.c'}")
     lines.append("build reference/libblas.dll | reference/libblas.dll.a: dll "
                  + " ".join(ref_objs["blas"]) + " obj/ref/program_xerbla.o")

@@ -18,22 +18,31 @@ namespace vorn::blas {
 // Option letters as the computational library compares them: one letter,
 // either case. The letter is read from the letter set itself, which lives
 // in read-only data, rather than from a copy on the stack.
-VORN_INLINE bool is(const char* option, const char* letter) { return mkl_serv_lsame(option, letter, 1, 1) != 0; }
+VORN_INLINE bool is(const char* option, const char* letter) {
+  return mkl_serv_lsame(option, letter, 1, 1) != 0;
+}
 VORN_INLINE bool is(const char* option, char letter) { return mkl_serv_lsame(option, &letter, 1, 1) != 0; }
 
 VORN_INLINE bool one_of(const char* option, std::string_view letters) {
+#pragma GCC unroll 4
   for (const char& letter : letters) {
     if (is(option, &letter)) return true;
   }
   return false;
 }
 
+// The rules read the interface function's 64-bit cells by reference, where
+// each check uses them: after the option letters' lsame calls the values
+// are reloaded from the cells rather than held in saved registers.
+using Cell = const i64&;
+
 VORN_INLINE i64 at_least_one(i64 v) { return v > 1 ? v : 1; }
 
 class Checks {
  public:
-  // `name` is the routine's name as reported, blanks included.
-  [[gnu::always_inline]] explicit Checks(std::string_view name) : name_(name) {}
+  // `name` is the routine's name as reported, blanks included. Held as a
+  // plain pointer: one register, and its length is wanted only to report.
+  [[gnu::always_inline]] explicit Checks(const char* name) : name_(name) {}
 
   [[gnu::always_inline]] Checks& option(const char* value, std::string_view letters, i64 position) {
     if (failed_ == 0 && !one_of(value, letters)) failed_ = position;
@@ -46,8 +55,12 @@ class Checks {
     if (failed_ == 0 && !is_first && !one_of(value, letters.substr(1))) failed_ = position;
     return *this;
   }
-  [[gnu::always_inline]] Checks& not_negative(i64 value, i64 position) { return fail_if(value < 0, position); }
-  [[gnu::always_inline]] Checks& not_zero(i64 increment, i64 position) { return fail_if(increment == 0, position); }
+  [[gnu::always_inline]] Checks& not_negative(i64 value, i64 position) {
+    return fail_if(value < 0, position);
+  }
+  [[gnu::always_inline]] Checks& not_zero(i64 increment, i64 position) {
+    return fail_if(increment == 0, position);
+  }
   // A leading dimension must cover `rows` rows, and at least one.
   [[gnu::always_inline]] Checks& covers(i64 ld, i64 rows, i64 position) {
     return fail_if(ld < at_least_one(rows), position);
@@ -70,7 +83,7 @@ class Checks {
     return *this;
   }
 
-  std::string_view name_;
+  const char* name_;
   i64 failed_ = 0;
 };
 

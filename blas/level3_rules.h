@@ -9,9 +9,9 @@
 namespace vorn::blas::rules {
 
 // ?GEMM, ?GEMM3M, SCGEMM, DZGEMM
-VORN_INLINE int gemm(std::string_view name, std::string_view transa_letters, const char* transa,
-                const char* transb, i64 m, i64 n, i64 k, i64 lda, i64 ldb, i64 ldc) {
-  const bool nota = is(transa, 'N'), notb = is(transb, 'N');
+VORN_INLINE int gemm(const char* name, std::string_view transa_letters, const char* transa,
+                const char* transb, Cell m, Cell n, Cell k, Cell lda, Cell ldb, Cell ldc) {
+  const bool nota = is(transa, "N"), notb = is(transb, "N");
   const i64 nrowa = nota ? m : k;
   const i64 nrowb = notb ? k : n;
   return Checks(name).option(transa, nota, transa_letters, 1).option(transb, notb, kTrans, 2)
@@ -20,9 +20,9 @@ VORN_INLINE int gemm(std::string_view name, std::string_view transa_letters, con
 }
 
 // ?SYMM, ?HEMM
-VORN_INLINE int symm(std::string_view name, const char* side, const char* uplo, i64 m, i64 n, i64 lda,
-                i64 ldb, i64 ldc) {
-  const bool left = is(side, 'L');
+VORN_INLINE int symm(const char* name, const char* side, const char* uplo, Cell m, Cell n, Cell lda,
+                Cell ldb, Cell ldc) {
+  const bool left = is(side, "L");
   const i64 nrowa = left ? m : n;
   return Checks(name).option(side, left, kSide, 1).option(uplo, kUplo, 2)
       .not_negative(m, 3).not_negative(n, 4)
@@ -30,18 +30,18 @@ VORN_INLINE int symm(std::string_view name, const char* side, const char* uplo, 
 }
 
 // ?SYRK, ?HERK
-VORN_INLINE int syrk(std::string_view name, std::string_view trans_letters, const char* uplo,
-                const char* trans, i64 n, i64 k, i64 lda, i64 ldc) {
-  const bool notrans = is(trans, 'N');
+VORN_INLINE int syrk(const char* name, std::string_view trans_letters, const char* uplo,
+                const char* trans, Cell n, Cell k, Cell lda, Cell ldc) {
+  const bool notrans = is(trans, "N");
   const i64 nrowa = notrans ? n : k;
   return Checks(name).option(uplo, kUplo, 1).option(trans, notrans, trans_letters, 2)
       .not_negative(n, 3).not_negative(k, 4).covers(lda, nrowa, 7).covers(ldc, n, 10).verdict();
 }
 
 // ?SYR2K, ?HER2K
-VORN_INLINE int syr2k(std::string_view name, std::string_view trans_letters, const char* uplo,
-                 const char* trans, i64 n, i64 k, i64 lda, i64 ldb, i64 ldc) {
-  const bool notrans = is(trans, 'N');
+VORN_INLINE int syr2k(const char* name, std::string_view trans_letters, const char* uplo,
+                 const char* trans, Cell n, Cell k, Cell lda, Cell ldb, Cell ldc) {
+  const bool notrans = is(trans, "N");
   const i64 nrowa = notrans ? n : k;
   return Checks(name).option(uplo, kUplo, 1).option(trans, notrans, trans_letters, 2)
       .not_negative(n, 3).not_negative(k, 4)
@@ -49,9 +49,9 @@ VORN_INLINE int syr2k(std::string_view name, std::string_view trans_letters, con
 }
 
 // ?TRMM, ?TRSM
-VORN_INLINE int trmm(std::string_view name, const char* side, const char* uplo, const char* transa,
-                const char* diag, i64 m, i64 n, i64 lda, i64 ldb) {
-  const bool left = is(side, 'L');
+VORN_INLINE int trmm(const char* name, const char* side, const char* uplo, const char* transa,
+                const char* diag, Cell m, Cell n, Cell lda, Cell ldb) {
+  const bool left = is(side, "L");
   const i64 nrowa = left ? m : n;
   return Checks(name).option(side, left, kSide, 1).option(uplo, kUplo, 2).option(transa, kTrans, 3)
       .option(diag, kDiag, 4).not_negative(m, 5).not_negative(n, 6)

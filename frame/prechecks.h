@@ -17,8 +17,11 @@
 
 namespace vorn::checks {
 
+// An integer argument is read by reference from the interface function's
+// 64-bit cell where its check uses it: after an option letter's lsame call
+// it is reloaded from there rather than held in a saved register.
 struct Int {
-  i64 value;
+  const i64& value;
   i64 position;
 };
 struct Char {
@@ -28,10 +31,14 @@ struct Char {
 
 constexpr i64 kQuery = -1;
 
+// Letters are read from the caller's set in read-only data, not from a
+// copy on the stack.
+VORN_INLINE bool is(const char* c, const char* letter) { return mkl_serv_lsame(c, letter, 1, 1) != 0; }
 VORN_INLINE bool is(const char* c, char letter) { return mkl_serv_lsame(c, &letter, 1, 1) != 0; }
 VORN_INLINE bool one_of(const char* c, std::string_view letters) {
-  for (const char letter : letters) {
-    if (is(c, letter)) return true;
+#pragma GCC unroll 4
+  for (const char& letter : letters) {
+    if (is(c, &letter)) return true;
   }
   return false;
 }
@@ -39,7 +46,7 @@ VORN_INLINE bool one_of(const char* c, std::string_view letters) {
 // Walks the checks in order; the first failure is reported and sticks.
 class Checker {
  public:
-  [[gnu::always_inline]] Checker(std::string_view name, i64* info) : name_(name), info_(info) { *info_ = 0; }
+  [[gnu::always_inline]] Checker(const char* name, i64* info) : name_(name), info_(info) { *info_ = 0; }
 
   [[gnu::always_inline]] Checker& fail_if(bool bad, i64 position) {
     if (failed_ == 0 && bad) failed_ = position;
@@ -53,7 +60,7 @@ class Checker {
   }
 
  private:
-  std::string_view name_;
+  const char* name_;
   i64* info_;
   i64 failed_ = 0;
 };
@@ -68,17 +75,17 @@ VORN_INLINE Checker& general_matrix(Checker& c, Int m, Int n, Int lda) {
       .fail_if(lda.value < max1(m.value), lda.position);
 }
 
-VORN_INLINE int geqrf(std::string_view name, i64* info, Int m, Int n, Int lda, Int lwork) {
+VORN_INLINE int geqrf(const char* name, i64* info, Int m, Int n, Int lda, Int lwork) {
   Checker c(name, info);
   return general_matrix(c, m, n, lda).fail_if(short_work(lwork, max1(n.value)), lwork.position).done();
 }
 
-VORN_INLINE int gelqf(std::string_view name, i64* info, Int m, Int n, Int lda, Int lwork) {
+VORN_INLINE int gelqf(const char* name, i64* info, Int m, Int n, Int lda, Int lwork) {
   Checker c(name, info);
   return general_matrix(c, m, n, lda).fail_if(short_work(lwork, max1(m.value)), lwork.position).done();
 }
 
-VORN_INLINE int gebrd(std::string_view name, i64* info, Int m, Int n, Int lda, Int lwork) {
+VORN_INLINE int gebrd(const char* name, i64* info, Int m, Int n, Int lda, Int lwork) {
   Checker c(name, info);
   return general_matrix(c, m, n, lda)
       .fail_if(short_work(lwork, std::max({i64{1}, m.value, n.value})), lwork.position)
@@ -92,24 +99,24 @@ VORN_INLINE Checker& hessenberg_range(Checker& c, Int n, Int ilo, Int ihi, Int l
       .fail_if(lda.value < max1(n.value), lda.position);
 }
 
-VORN_INLINE int gehrd(std::string_view name, i64* info, Int n, Int ilo, Int ihi, Int lda, Int lwork) {
+VORN_INLINE int gehrd(const char* name, i64* info, Int n, Int ilo, Int ihi, Int lda, Int lwork) {
   Checker c(name, info);
   return hessenberg_range(c, n, ilo, ihi, lda).fail_if(short_work(lwork, max1(n.value)), lwork.position).done();
 }
 
-VORN_INLINE int orghr(std::string_view name, i64* info, Int n, Int ilo, Int ihi, Int lda, Int lwork) {
+VORN_INLINE int orghr(const char* name, i64* info, Int n, Int ilo, Int ihi, Int lda, Int lwork) {
   Checker c(name, info);
   return hessenberg_range(c, n, ilo, ihi, lda)
       .fail_if(short_work(lwork, max1(ihi.value - ilo.value)), lwork.position)
       .done();
 }
 
-VORN_INLINE int getrf(std::string_view name, i64* info, Int m, Int n, Int lda) {
+VORN_INLINE int getrf(const char* name, i64* info, Int m, Int n, Int lda) {
   Checker c(name, info);
   return general_matrix(c, m, n, lda).done();
 }
 
-VORN_INLINE int potrf(std::string_view name, i64* info, Char uplo, Int n, Int lda) {
+VORN_INLINE int potrf(const char* name, i64* info, Char uplo, Int n, Int lda) {
   return Checker(name, info)
       .fail_if(!one_of(uplo.value, "UL"), uplo.position)
       .fail_if(n.value < 0, n.position)
@@ -117,7 +124,7 @@ VORN_INLINE int potrf(std::string_view name, i64* info, Char uplo, Int n, Int ld
       .done();
 }
 
-VORN_INLINE int orgqr(std::string_view name, i64* info, Int m, Int n, Int k, Int lda, Int lwork) {
+VORN_INLINE int orgqr(const char* name, i64* info, Int m, Int n, Int k, Int lda, Int lwork) {
   return Checker(name, info)
       .fail_if(m.value < 0, m.position)
       .fail_if(n.value < 0 || n.value > m.value, n.position)
@@ -127,7 +134,7 @@ VORN_INLINE int orgqr(std::string_view name, i64* info, Int m, Int n, Int k, Int
       .done();
 }
 
-VORN_INLINE int apply_q(std::string_view name, i64* info, Char side, Char trans, char transpose, Int m,
+VORN_INLINE int apply_q(const char* name, i64* info, Char side, Char trans, char transpose, Int m,
                    Int n, Int k, Int lda, Int ldc, Int lwork) {
   const char letters[] = {'N', transpose};
   const bool left = is(side.value, 'L');
@@ -145,17 +152,17 @@ VORN_INLINE int apply_q(std::string_view name, i64* info, Char side, Char trans,
       .done();
 }
 
-VORN_INLINE int ormqr_real(std::string_view name, i64* info, Char side, Char trans, Int m, Int n, Int k, Int lda,
+VORN_INLINE int ormqr_real(const char* name, i64* info, Char side, Char trans, Int m, Int n, Int k, Int lda,
                Int ldc, Int lwork) {
   return apply_q(name, info, side, trans, 'T', m, n, k, lda, ldc, lwork);
 }
 
-VORN_INLINE int ormqr_complex(std::string_view name, i64* info, Char side, Char trans, Int m, Int n, Int k,
+VORN_INLINE int ormqr_complex(const char* name, i64* info, Char side, Char trans, Int m, Int n, Int k,
                   Int lda, Int ldc, Int lwork) {
   return apply_q(name, info, side, trans, 'C', m, n, k, lda, ldc, lwork);
 }
 
-VORN_INLINE int geev(std::string_view name, i64* info, Char jobvl, Char jobvr, Int n, Int lda, Int ldvl,
+VORN_INLINE int geev(const char* name, i64* info, Char jobvl, Char jobvr, Int n, Int lda, Int ldvl,
          Int ldvr) {
   // No workspace test: a short LWORK is left to the computational library.
   const bool left = is(jobvl.value, 'V');
@@ -170,7 +177,7 @@ VORN_INLINE int geev(std::string_view name, i64* info, Char jobvl, Char jobvr, I
       .done();
 }
 
-VORN_INLINE int gesvd(std::string_view name, i64* info, Char jobu, Char jobvt, Int m, Int n, Int lda, Int ldu,
+VORN_INLINE int gesvd(const char* name, i64* info, Char jobu, Char jobvt, Int m, Int n, Int lda, Int ldu,
           Int ldvt) {
   // No workspace test, as in geev.
   const bool u_full = one_of(jobu.value, "AS");
@@ -189,7 +196,7 @@ VORN_INLINE int gesvd(std::string_view name, i64* info, Char jobu, Char jobvt, I
       .done();
 }
 
-VORN_INLINE int sytrd(std::string_view name, i64* info, Char uplo, Int n, Int lda, Int lwork) {
+VORN_INLINE int sytrd(const char* name, i64* info, Char uplo, Int n, Int lda, Int lwork) {
   return Checker(name, info)
       .fail_if(!one_of(uplo.value, "UL"), uplo.position)
       .fail_if(n.value < 0, n.position)
@@ -198,7 +205,7 @@ VORN_INLINE int sytrd(std::string_view name, i64* info, Char uplo, Int n, Int ld
       .done();
 }
 
-VORN_INLINE int sygst(std::string_view name, i64* info, Int itype, Char uplo, Int n, Int lda, Int ldb) {
+VORN_INLINE int sygst(const char* name, i64* info, Int itype, Char uplo, Int n, Int lda, Int ldb) {
   return Checker(name, info)
       .fail_if(itype.value < 1 || itype.value > 3, itype.position)
       .fail_if(!one_of(uplo.value, "UL"), uplo.position)
@@ -222,7 +229,7 @@ VORN_INLINE Minima complex_evd_minima(bool vectors, i64 n) {
   return vectors ? Minima{n * n + 2 * n, 1 + 5 * n + 2 * n * n, 3 + 5 * n} : Minima{n + 1, n, 1};
 }
 
-VORN_INLINE int syevd(std::string_view name, i64* info, Char jobz, Char uplo, Int n, Int lda, Int lwork,
+VORN_INLINE int syevd(const char* name, i64* info, Char jobz, Char uplo, Int n, Int lda, Int lwork,
           Int liwork) {
   const bool vectors = is(jobz.value, 'V');
   const Minima min = real_evd_minima(vectors, n.value);
@@ -246,7 +253,7 @@ VORN_INLINE Checker& complex_evd_workspace(Checker& c, bool vectors, Int n, Int 
       .fail_if(!query && liwork.value < min.iwork, liwork.position);
 }
 
-VORN_INLINE int heevd(std::string_view name, i64* info, Char jobz, Char uplo, Int n, Int lda, Int lwork,
+VORN_INLINE int heevd(const char* name, i64* info, Char jobz, Char uplo, Int n, Int lda, Int lwork,
           Int lrwork, Int liwork) {
   const bool vectors = is(jobz.value, 'V');
   Checker c(name, info);
@@ -266,13 +273,13 @@ VORN_INLINE Checker& generalized_head(Checker& c, Int itype, Char jobz, Char upl
       .fail_if(ldb.value < max1(n.value), ldb.position);
 }
 
-VORN_INLINE int hegvd_without_workspace(std::string_view name, i64* info, Int itype, Char jobz, Char uplo,
+VORN_INLINE int hegvd_without_workspace(const char* name, i64* info, Int itype, Char jobz, Char uplo,
                             Int n, Int lda, Int ldb) {
   Checker c(name, info);
   return generalized_head(c, itype, jobz, uplo, n, lda, ldb).done();
 }
 
-VORN_INLINE int hegvd(std::string_view name, i64* info, Int itype, Char jobz, Char uplo, Int n, Int lda,
+VORN_INLINE int hegvd(const char* name, i64* info, Int itype, Char jobz, Char uplo, Int n, Int lda,
           Int ldb, Int lwork, Int lrwork, Int liwork) {
   Checker c(name, info);
   generalized_head(c, itype, jobz, uplo, n, lda, ldb);

@@ -182,6 +182,16 @@ class Report {
     if (s == in_.services.end() || d == in_.services.end()) return NAN;
     return ir(r, impl, n) - ir(r, "direct", n) - (s->second - d->second);
   }
+  // The same, subtracting the mandated phase's whole count instead of the
+  // service calls' own instructions (lsame calls are not in that phase).
+  double beyond_mandated_ir(const std::string& r, const char* impl, int n) const {
+    const double phase = ir(r, "mandated", n);
+    auto s = in_.services.find({r, impl, n}), d = in_.services.find({r, "direct", n}),
+         m = in_.services.find({r, "mandated", n});
+    if (!std::isfinite(phase) || s == in_.services.end() || d == in_.services.end() || m == in_.services.end())
+      return NAN;
+    return ir(r, impl, n) - ir(r, "direct", n) - phase - (s->second - d->second - m->second);
+  }
   std::optional<std::pair<double, double>> allocs(const std::string& r, const char* impl, int n) const {
     auto it = in_.allocations.find({r, impl, n});
     if (it == in_.allocations.end()) return std::nullopt;
@@ -204,7 +214,8 @@ double own_ir_limit(const bench::Routine& r) {
     case bench::Family::level1: return 15;
     case bench::Family::level23: return r.name.ends_with("MV") ? 45 : 60;
     case bench::Family::lapack: return 45;
-    case bench::Family::scratch: return 50;
+    // DGETRF, DGETRS; the sparse index vectors are judged at large N.
+    case bench::Family::scratch: return r.hooks ? 50 : NAN;
     case bench::Family::mandated: break;
   }
   return NAN;
@@ -332,11 +343,15 @@ void write_markdown(const fs::path& out, const Report& rep, const std::vector<st
   md << "\n" << shortfalls << " target row(s) short in this run.\n";
 
   md << "\n## The layer's own instructions\n\n";
-  md << "Instructions per call beyond the direct call, less those inside the service calls the layer must make"
-        " (mkl_serv_lsame for each letter comparison, the two hook setters, one mkl_serv_allocate/deallocate"
-        " pair per scratch array), counted by callgrind; they do not depend on the machine's load.\n\n";
-  md << "| target | routine | size | Ir overhead | Ir in service calls | layer's own Ir | verdict |\n"
-        "|---|---|---:|---:|---:|---:|---|\n";
+  md << "Instructions per call beyond the direct call, less those executed inside the service calls the layer must"
+        " make (mkl_serv_lsame for each letter comparison, the two hook setters, one mkl_serv_allocate/deallocate"
+        " pair per scratch array, each counted with its callees, less those the direct call makes itself), by"
+        " callgrind; they do not depend on the machine's load. The verdict is on this count. \"Beyond the"
+        " mandated phase\" subtracts instead the whole instruction count of the mandated phase (the service calls"
+        " made from a plain function, with the driver's own dispatch of about 40 instructions), as the routines'"
+        " frames were first counted.\n\n";
+  md << "| target | routine | size | Ir overhead | Ir in service calls | layer's own Ir | beyond the mandated phase"
+        " | verdict |\n|---|---|---:|---:|---:|---:|---:|---|\n";
   std::ofstream lines(out / "targets.txt");
   int own_short = 0;
   for (const auto& r : bench::routines()) {
@@ -347,15 +362,19 @@ void write_markdown(const fs::path& out, const Report& rep, const std::vector<st
         const double own = rep.own_ir(r.name, entry, n);
         if (!std::isfinite(own)) continue;
         const double over = rep.ir(r.name, entry, n) - rep.ir(r.name, "direct", n);
+        const double phase = rep.beyond_mandated_ir(r.name, entry, n);
         const bool ok = own <= limit + 0.05;
         own_short += !ok;
         const std::string who = entry_title(r.name, entry);
         md << "| own Ir ≤ " << limit << " | " << who << " | " << n << " | " << fixed(over, 1) << " | "
-           << fixed(over - own, 1) << " | " << fixed(own, 1) << " | " << (ok ? "met" : "**short**") << " |\n";
-        char line[160];
+           << fixed(over - own, 1) << " | " << fixed(own, 1) << " | " << fixed(phase, 1) << " | "
+           << (ok ? "met" : "**short**") << " |\n";
+        char line[200];
         std::snprintf(line, sizeof line, "%-6s own Ir <= %-3.0f %-16s N=%-4d %6.1f Ir", ok ? "met" : "short", limit,
                       who.c_str(), n, own);
-        lines << line << "\n";
+        lines << line;
+        if (std::isfinite(phase)) lines << " (beyond the mandated phase: " << fixed(phase, 1) << ")";
+        lines << "\n";
       }
   }
   for (const auto& r : bench::routines()) {
@@ -432,7 +451,7 @@ int main(int argc, char** argv) {
   }
   if (timings.empty() || callgrind.empty() || allocations.empty() || out.empty() || calls <= 0) {
     std::fprintf(stderr,
-                 "usage: %s --timings <tsv> --callgrind <dir> --allocations <tsv> [--profile <tsv>] --calls <K> --out <dir>"
+                 "usage: %s --timings <tsv> --callgrind <dir> --allocations <tsv> [--profile <tsv>] [--services <tsv>] --calls <K> --out <dir>"
                  " [--note <text>]...\n",
                  argv[0]);
     return 2;

@@ -12,7 +12,7 @@ VORN_INLINE int gemv(const char* name, const char* trans, Cell m, Cell n, Cell l
 }
 
 VORN_INLINE int gbmv(const char* name, const char* trans, Cell m, Cell n, Cell kl, Cell ku, Cell lda,
-                Cell incx, Cell incy) {
+                     Cell incx, Cell incy) {
   return Checks(name).option(trans, kTrans, 1).not_negative(m, 2).not_negative(n, 3)
       .not_negative(kl, 4).not_negative(ku, 5).exceeds(lda, kl + ku, 8)
       .not_zero(incx, 10).not_zero(incy, 13).verdict();
@@ -38,21 +38,21 @@ VORN_INLINE int spmv(const char* name, const char* uplo, Cell n, Cell incx, Cell
 
 // ?TRMV, ?TRSV
 VORN_INLINE int trmv(const char* name, const char* uplo, const char* trans, const char* diag, Cell n,
-                Cell lda, Cell incx) {
+                     Cell lda, Cell incx) {
   return Checks(name).option(uplo, kUplo, 1).option(trans, kTrans, 2).option(diag, kDiag, 3)
       .not_negative(n, 4).covers(lda, n, 6).not_zero(incx, 8).verdict();
 }
 
 // ?TBMV, ?TBSV
 VORN_INLINE int tbmv(const char* name, const char* uplo, const char* trans, const char* diag, Cell n,
-                Cell k, Cell lda, Cell incx) {
+                     Cell k, Cell lda, Cell incx) {
   return Checks(name).option(uplo, kUplo, 1).option(trans, kTrans, 2).option(diag, kDiag, 3)
       .not_negative(n, 4).not_negative(k, 5).exceeds(lda, k, 7).not_zero(incx, 9).verdict();
 }
 
 // ?TPMV, ?TPSV
 VORN_INLINE int tpmv(const char* name, const char* uplo, const char* trans, const char* diag, Cell n,
-                Cell incx) {
+                     Cell incx) {
   return Checks(name).option(uplo, kUplo, 1).option(trans, kTrans, 2).option(diag, kDiag, 3)
       .not_negative(n, 4).not_zero(incx, 7).verdict();
 }

@@ -8,9 +8,13 @@
 
 namespace vorn::blas::rules {
 
+// The option checks below skip the comparison with each set's first letter,
+// which sized the matrix: 'N' for the transposition sets, 'L' for SIDE.
+static_assert(kTrans[0] == 'N' && kNoConjugate[0] == 'N' && kConjugateOnly[0] == 'N' && kSide[0] == 'L');
+
 // ?GEMM, ?GEMM3M, SCGEMM, DZGEMM
 VORN_INLINE int gemm(const char* name, std::string_view transa_letters, const char* transa,
-                const char* transb, Cell m, Cell n, Cell k, Cell lda, Cell ldb, Cell ldc) {
+                     const char* transb, Cell m, Cell n, Cell k, Cell lda, Cell ldb, Cell ldc) {
   const bool nota = is(transa, "N"), notb = is(transb, "N");
   const i64 nrowa = nota ? m : k;
   const i64 nrowb = notb ? k : n;
@@ -21,7 +25,7 @@ VORN_INLINE int gemm(const char* name, std::string_view transa_letters, const ch
 
 // ?SYMM, ?HEMM
 VORN_INLINE int symm(const char* name, const char* side, const char* uplo, Cell m, Cell n, Cell lda,
-                Cell ldb, Cell ldc) {
+                     Cell ldb, Cell ldc) {
   const bool left = is(side, "L");
   const i64 nrowa = left ? m : n;
   return Checks(name).option(side, left, kSide, 1).option(uplo, kUplo, 2)
@@ -31,7 +35,7 @@ VORN_INLINE int symm(const char* name, const char* side, const char* uplo, Cell 
 
 // ?SYRK, ?HERK
 VORN_INLINE int syrk(const char* name, std::string_view trans_letters, const char* uplo,
-                const char* trans, Cell n, Cell k, Cell lda, Cell ldc) {
+                     const char* trans, Cell n, Cell k, Cell lda, Cell ldc) {
   const bool notrans = is(trans, "N");
   const i64 nrowa = notrans ? n : k;
   return Checks(name).option(uplo, kUplo, 1).option(trans, notrans, trans_letters, 2)
@@ -40,7 +44,7 @@ VORN_INLINE int syrk(const char* name, std::string_view trans_letters, const cha
 
 // ?SYR2K, ?HER2K
 VORN_INLINE int syr2k(const char* name, std::string_view trans_letters, const char* uplo,
-                 const char* trans, Cell n, Cell k, Cell lda, Cell ldb, Cell ldc) {
+                      const char* trans, Cell n, Cell k, Cell lda, Cell ldb, Cell ldc) {
   const bool notrans = is(trans, "N");
   const i64 nrowa = notrans ? n : k;
   return Checks(name).option(uplo, kUplo, 1).option(trans, notrans, trans_letters, 2)
@@ -50,7 +54,7 @@ VORN_INLINE int syr2k(const char* name, std::string_view trans_letters, const ch
 
 // ?TRMM, ?TRSM
 VORN_INLINE int trmm(const char* name, const char* side, const char* uplo, const char* transa,
-                const char* diag, Cell m, Cell n, Cell lda, Cell ldb) {
+                     const char* diag, Cell m, Cell n, Cell lda, Cell ldb) {
   const bool left = is(side, "L");
   const i64 nrowa = left ? m : n;
   return Checks(name).option(side, left, kSide, 1).option(uplo, kUplo, 2).option(transa, kTrans, 3)

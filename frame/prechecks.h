@@ -135,7 +135,7 @@ VORN_INLINE int orgqr(const char* name, i64* info, Int m, Int n, Int k, Int lda,
 }
 
 VORN_INLINE int apply_q(const char* name, i64* info, Char side, Char trans, char transpose, Int m,
-                   Int n, Int k, Int lda, Int ldc, Int lwork) {
+                        Int n, Int k, Int lda, Int ldc, Int lwork) {
   const char letters[] = {'N', transpose};
   const bool left = is(side.value, 'L');
   const i64 nq = left ? m.value : n.value;
@@ -153,17 +153,17 @@ VORN_INLINE int apply_q(const char* name, i64* info, Char side, Char trans, char
 }
 
 VORN_INLINE int ormqr_real(const char* name, i64* info, Char side, Char trans, Int m, Int n, Int k, Int lda,
-               Int ldc, Int lwork) {
+                           Int ldc, Int lwork) {
   return apply_q(name, info, side, trans, 'T', m, n, k, lda, ldc, lwork);
 }
 
 VORN_INLINE int ormqr_complex(const char* name, i64* info, Char side, Char trans, Int m, Int n, Int k,
-                  Int lda, Int ldc, Int lwork) {
+                              Int lda, Int ldc, Int lwork) {
   return apply_q(name, info, side, trans, 'C', m, n, k, lda, ldc, lwork);
 }
 
 VORN_INLINE int geev(const char* name, i64* info, Char jobvl, Char jobvr, Int n, Int lda, Int ldvl,
-         Int ldvr) {
+                     Int ldvr) {
   // No workspace test: a short LWORK is left to the computational library.
   const bool left = is(jobvl.value, 'V');
   const bool right = is(jobvr.value, 'V');
@@ -178,7 +178,7 @@ VORN_INLINE int geev(const char* name, i64* info, Char jobvl, Char jobvr, Int n,
 }
 
 VORN_INLINE int gesvd(const char* name, i64* info, Char jobu, Char jobvt, Int m, Int n, Int lda, Int ldu,
-          Int ldvt) {
+                      Int ldvt) {
   // No workspace test, as in geev.
   const bool u_full = one_of(jobu.value, "AS");
   const bool u_ok = u_full || one_of(jobu.value, "ON");
@@ -230,7 +230,7 @@ VORN_INLINE Minima complex_evd_minima(bool vectors, i64 n) {
 }
 
 VORN_INLINE int syevd(const char* name, i64* info, Char jobz, Char uplo, Int n, Int lda, Int lwork,
-          Int liwork) {
+                      Int liwork) {
   const bool vectors = is(jobz.value, 'V');
   const Minima min = real_evd_minima(vectors, n.value);
   const bool query = lwork.value == kQuery || liwork.value == kQuery;
@@ -254,7 +254,7 @@ VORN_INLINE Checker& complex_evd_workspace(Checker& c, bool vectors, Int n, Int 
 }
 
 VORN_INLINE int heevd(const char* name, i64* info, Char jobz, Char uplo, Int n, Int lda, Int lwork,
-          Int lrwork, Int liwork) {
+                      Int lrwork, Int liwork) {
   const bool vectors = is(jobz.value, 'V');
   Checker c(name, info);
   c.fail_if(!vectors && !is(jobz.value, 'N'), jobz.position)
@@ -274,13 +274,13 @@ VORN_INLINE Checker& generalized_head(Checker& c, Int itype, Char jobz, Char upl
 }
 
 VORN_INLINE int hegvd_without_workspace(const char* name, i64* info, Int itype, Char jobz, Char uplo,
-                            Int n, Int lda, Int ldb) {
+                                        Int n, Int lda, Int ldb) {
   Checker c(name, info);
   return generalized_head(c, itype, jobz, uplo, n, lda, ldb).done();
 }
 
 VORN_INLINE int hegvd(const char* name, i64* info, Int itype, Char jobz, Char uplo, Int n, Int lda,
-          Int ldb, Int lwork, Int lrwork, Int liwork) {
+                      Int ldb, Int lwork, Int lrwork, Int liwork) {
   Checker c(name, info);
   generalized_head(c, itype, jobz, uplo, n, lda, ldb);
   return complex_evd_workspace(c, is(jobz.value, 'V'), n, lwork, lrwork, liwork).done();

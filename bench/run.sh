@@ -7,7 +7,7 @@
 #   3. counts the layer's scratch allocations (preloaded counter),
 #   4. counts instructions per call under callgrind,
 #   5. writes the report (with a per-function profile of the layer at N = 0)
-#      and the plot.
+#      and the plot, and prints one line per target: met or short.
 #
 #   bench/run.sh [--no-build] [build-dir]      (default: ${VORN_BUILD_DIR:-build}/bench)
 #
@@ -75,11 +75,29 @@ for ((i = 1; ; i++)); do
     }' >>"$results/profile.tsv"
 done
 
+# Instructions inside the service calls the layer must make, per phase
+# (inclusive: the allocator's own callees count as the allocation).
+: >"$results/services.tsv"
+for ((i = 1; ; i++)); do
+  dump=$results/callgrind/callgrind.out.$i
+  [[ -e $dump ]] || break
+  label=$(sed -n 's/^desc: Trigger: Client Request: //p' "$dump")
+  read -r routine impl size <<<"$label"
+  callgrind_annotate --inclusive=yes --threshold=100 "$dump" | awk -v label="$routine	$impl	$size" -v calls="$calls" '
+    / \?\?\?:mkl_serv_(lsame|set_xerbla_interface|set_progress_interface|allocate|deallocate) \[/ {
+      ir = $1; gsub(",", "", ir); sum += ir
+    }
+    END { printf "%s\t%.1f\n", label, sum / calls }' >>"$results/services.tsv"
+done
+
 echo "== report"
 "$build/bench/vorn_bench_report" --timings "$results/timings.tsv" --callgrind "$results/callgrind" \
-  --allocations "$results/allocations.tsv" --profile "$results/profile.tsv" --calls "$calls" --out "$results" \
+  --allocations "$results/allocations.tsv" --profile "$results/profile.tsv" --services "$results/services.tsv" \
+  --calls "$calls" --out "$results" \
   --note "run started $started on $(getconf _NPROCESSORS_ONLN) cores ($(grep -m1 'model name' /proc/cpuinfo | cut -d: -f2 | sed 's/^ *//')); load average before: $load_before, after: $(cut -d' ' -f1-3 /proc/loadavg)" \
   --note "Google Benchmark: --benchmark_min_time=$min_time; MKL_NUM_THREADS=1, OPENBLAS_NUM_THREADS=1 (threaded rows: MKL's count for the calling thread)"
+echo "== targets"
+cat "$results/targets.txt"
 # A filtered run may leave a panel without data; the report stands anyway.
 if gnuplot -e "datafile='$results/bridge.dat'; flopsfile='$results/bridge_gflops.dat'; outfile='$results/bridge.svg'" \
   "$here/bench/plot.gp"; then

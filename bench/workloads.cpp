@@ -36,6 +36,11 @@ VORN_BENCH_TYPED(void, VORN_stable_DGEMV, const char&, const int&, const int&, c
 VORN_BENCH_TYPED(void, VORN_stable_DGEMM, const char&, const char&, const int&, const int&, const int&, const double&,
                  AlignedPtr<const double>, const int&, AlignedPtr<const double>, const int&, const double&,
                  AlignedPtr<double>, const int&)
+VORN_BENCH_TYPED(void, VORN_stable_DTRSM, const char&, const char&, const char&, const char&, const int&, const int&,
+                 const double&, AlignedPtr<const double>, const int&, AlignedPtr<double>, const int&)
+VORN_BENCH_TYPED(void, VORN_stable_ZGEMM, const char&, const char&, const int&, const int&, const int&, const double*,
+                 AlignedPtr<const double>, const int&, AlignedPtr<const double>, const int&, const double*,
+                 AlignedPtr<double>, const int&)
 VORN_BENCH_TYPED(void, VORN_stable_DPOTRF, char, int, AlignedPtr<double>, int, int&)
 VORN_BENCH_TYPED(void, VORN_stable_DGEQRF, int, int, AlignedPtr<double>, int, AlignedPtr<double>, AlignedPtr<double>,
                  int, int&)
@@ -396,6 +401,85 @@ class Dgemm final : public Resolved {
   std::vector<double> a_, b_, c_;
 };
 
+// Triangular solve with a dominant lower triangle, B from the pool: the
+// solve overwrites it.
+class Dtrsm final : public Resolved {
+  using Plain = void(const char*, const char*, const char*, const char*, const int*, const int*, const double*,
+                     const double*, const int*, double*, const int*);
+  using Wide = void(const char*, const char*, const char*, const char*, const i64*, const i64*, const double*,
+                    const double*, const i64*, double*, const i64*);
+  using Fortran = void(const char*, const char*, const char*, const char*, const int*, const int*, const double*,
+                       const double*, const int*, double*, const int*, std::size_t, std::size_t, std::size_t,
+                       std::size_t);
+
+ public:
+  explicit Dtrsm(int n)
+      : Resolved({"VORN_instable_dtrsm", "mkl_blas_dtrsm", "dtrsm_",
+                  typed_entry(&::VORN_stable_DTRSM, &VORN::VORN_stable_DTRSM), true}),
+        n_(n), ld_(std::max(n, 1)), n64_(n), ld64_(ld_), a_(n > 0 ? dominant(n) : std::vector<double>(1)) {
+    use_pool(n > 0 ? vector_of(std::size_t(ld_) * n, 4) : std::vector<double>{});
+  }
+  void invoke(Impl impl) override {
+    double* b = fresh();
+    switch (impl) {
+      case Impl::layer: fn<Plain>(impl)("L", "L", "N", "N", &n_, &n_, &alpha_, a_.data(), &ld_, b, &ld_); break;
+      case Impl::typed:
+        fn<decltype(::VORN_stable_DTRSM)>(impl)('L', 'L', 'N', 'N', n_, n_, alpha_, {a_.data()}, ld_, {b}, ld_);
+        break;
+      case Impl::direct:
+        fn<Wide>(impl)("L", "L", "N", "N", &n64_, &n64_, &alpha_, a_.data(), &ld64_, b, &ld64_);
+        break;
+      default: fn<Fortran>(impl)("L", "L", "N", "N", &n_, &n_, &alpha_, a_.data(), &ld_, b, &ld_, 1, 1, 1, 1);
+    }
+  }
+
+ private:
+  int n_, ld_;
+  i64 n64_, ld64_;
+  double alpha_ = 1.0;
+  std::vector<double> a_;
+};
+
+// Complex matrices as interleaved pairs; alpha = 1, beta = 1/2 as for DGEMM.
+class Zgemm final : public Resolved {
+  using Plain = void(const char*, const char*, const int*, const int*, const int*, const double*, const double*,
+                     const int*, const double*, const int*, const double*, double*, const int*);
+  using Wide = void(const char*, const char*, const i64*, const i64*, const i64*, const double*, const double*,
+                    const i64*, const double*, const i64*, const double*, double*, const i64*);
+  using Fortran = void(const char*, const char*, const int*, const int*, const int*, const double*, const double*,
+                       const int*, const double*, const int*, const double*, double*, const int*, std::size_t,
+                       std::size_t);
+
+ public:
+  explicit Zgemm(int n)
+      : Resolved({"VORN_instable_zgemm", "mkl_blas_zgemm", "zgemm_",
+                  typed_entry(&::VORN_stable_ZGEMM, &VORN::VORN_stable_ZGEMM), true}),
+        n_(n), ld_(std::max(n, 1)), n64_(n), ld64_(ld_), a_(vector_of(2 * std::size_t(ld_) * n, 1)),
+        b_(vector_of(2 * std::size_t(ld_) * n, 2)), c_(vector_of(2 * std::size_t(ld_) * n, 3)) {
+    for (auto* v : {&a_, &b_})
+      for (double& e : *v) e = (e - 0.75) / 2;
+  }
+  void invoke(Impl impl) override {
+    if (impl == Impl::direct)
+      fn<Wide>(impl)("N", "N", &n64_, &n64_, &n64_, alpha_, a_.data(), &ld64_, b_.data(), &ld64_, beta_, c_.data(),
+                     &ld64_);
+    else if (impl == Impl::layer)
+      fn<Plain>(impl)("N", "N", &n_, &n_, &n_, alpha_, a_.data(), &ld_, b_.data(), &ld_, beta_, c_.data(), &ld_);
+    else if (impl == Impl::typed)
+      fn<decltype(::VORN_stable_ZGEMM)>(impl)('N', 'N', n_, n_, n_, alpha_, {a_.data()}, ld_, {b_.data()}, ld_, beta_,
+                                              {c_.data()}, ld_);
+    else
+      fn<Fortran>(impl)("N", "N", &n_, &n_, &n_, alpha_, a_.data(), &ld_, b_.data(), &ld_, beta_, c_.data(), &ld_, 1,
+                        1);
+  }
+
+ private:
+  int n_, ld_;
+  i64 n64_, ld64_;
+  double alpha_[2] = {1.0, 0.0}, beta_[2] = {0.5, 0.0};
+  std::vector<double> a_, b_, c_;
+};
+
 // ---------------------------------------------------------------------------
 // LAPACK, scalar arguments only. The factorisations overwrite A, so every
 // call takes a fresh copy from the pool.
@@ -568,6 +652,23 @@ class AllocatePair final : public Workload {
   void invoke(Impl) override { mkl_serv_deallocate(mkl_serv_allocate(8, 128)); }
 };
 
+// What memory speed allows for the widening copy of an index vector: the
+// C library's copy of the same 8-byte elements (it moves twice the bytes
+// the widening reads, so it bounds that copy's time from above).
+class CopyFloor final : public Workload {
+ public:
+  explicit CopyFloor(int n) : from_(std::max(n, 1)), to_(std::max(n, 1)) {}
+  bool applicable(Impl impl) const override { return impl == Impl::direct; }
+  const char* unavailable(Impl impl) const override { return applicable(impl) ? nullptr : "the routine has no such entry"; }
+  void invoke(Impl) override {
+    std::memcpy(to_.data(), from_.data(), to_.size() * sizeof(i64));
+    asm volatile("" : : "r"(to_.data()) : "memory");
+  }
+
+ private:
+  std::vector<i64> from_, to_;
+};
+
 class Hooks final : public Workload {
  public:
   bool applicable(Impl impl) const override { return impl == Impl::direct; }
@@ -590,6 +691,8 @@ double linear(double n) { return 2 * n; }
 double scan(double n) { return n; }
 double square(double n) { return 2 * n * n; }
 double cube(double n) { return 2 * n * n * n; }
+double complex_cube(double n) { return 8 * n * n * n; }
+double triangle(double n) { return n * n * n; }
 double cholesky(double n) { return n * n * n / 3; }
 double qr(double n) { return 4 * n * n * n / 3; }
 double lu(double n) { return 2 * n * n * n / 3; }
@@ -644,6 +747,8 @@ const std::vector<Routine>& routines() {
       {"IDAMAX", Family::level1, false, 0, {0, 16, 256, 4096, 262144}, {0, 16}, scan, make<Idamax>},
       {"DGEMV", Family::level23, false, 0, {0, 4, 32, 256, 1024}, {0, 4}, square, make<Dgemv>},
       {"DGEMM", Family::level23, false, 0, {0, 4, 32, 128, 256}, {0, 4}, cube, make<Dgemm>},
+      {"DTRSM", Family::level23, false, 0, {0, 4, 32, 128, 256}, {0, 4}, triangle, make<Dtrsm>},
+      {"ZGEMM", Family::level23, false, 0, {0, 4, 32, 128, 256}, {0, 4}, complex_cube, make<Zgemm>},
       {"DPOTRF", Family::lapack, true, 0, {0, 4, 32, 128, 512}, {0, 4}, cholesky, make<Dpotrf>},
       {"DGEQRF", Family::lapack, true, 0, {0, 4, 32, 128, 256}, {0, 4}, qr, make<Dgeqrf>},
       {"DDOTI", Family::scratch, false, 1, {0, 16, 256, 4096, 262144}, {0, 16}, linear, make<Ddoti>},
@@ -651,6 +756,7 @@ const std::vector<Routine>& routines() {
       {"DGETRS", Family::scratch, true, 1, {0, 4, 32, 128, 512}, {0, 4}, square, make<Dgetrs>},
       {"allocate+deallocate", Family::mandated, false, 1, {8}, {8}, nothing, make<AllocatePair>},
       {"hooks", Family::mandated, true, 0, {0}, {0}, nothing, make<Hooks>},
+      {"copy-floor", Family::mandated, false, 0, {262144}, {}, nothing, make<CopyFloor>},
   };
   return table;
 }

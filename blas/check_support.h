@@ -2,6 +2,10 @@
 // library is called (its entries check nothing). A routine's checks are a
 // chain evaluated in the documented order; the first failing link is the
 // one reported, and nothing after it is evaluated.
+//
+// Everything here is inline and the checkers are included by the interface
+// functions, so a passing chain compiles down to a few compares and the
+// lsame calls of its option letters; the report is a cold call.
 #pragma once
 #include <string_view>
 
@@ -12,52 +16,79 @@
 namespace vorn::blas {
 
 // Option letters as the computational library compares them: one letter,
-// either case.
-inline bool is(const char* option, char letter) { return mkl_serv_lsame(option, &letter, 1, 1) != 0; }
+// either case. The letter is read from the letter set itself, which lives
+// in read-only data, rather than from a copy on the stack.
+VORN_INLINE bool is(const char* option, const char* letter) {
+  return mkl_serv_lsame(option, letter, 1, 1) != 0;
+}
+VORN_INLINE bool is(const char* option, char letter) { return mkl_serv_lsame(option, &letter, 1, 1) != 0; }
 
-inline bool one_of(const char* option, std::string_view letters) {
-  for (const char letter : letters) {
-    if (is(option, letter)) return true;
+VORN_INLINE bool one_of(const char* option, std::string_view letters) {
+#pragma GCC unroll 4
+  for (const char& letter : letters) {
+    if (is(option, &letter)) return true;
   }
   return false;
 }
 
-inline i64 at_least_one(i64 v) { return v > 1 ? v : 1; }
+// The rules read the interface function's 64-bit cells by reference, where
+// each check uses them: after the option letters' lsame calls the values
+// are reloaded from the cells rather than held in saved registers.
+using Cell = const i64&;
+
+VORN_INLINE i64 at_least_one(i64 v) { return v > 1 ? v : 1; }
 
 class Checks {
  public:
-  // `name` is the routine's name as reported, blanks included.
-  explicit Checks(std::string_view name) : name_(name) {}
+  // `name` is the routine's name as reported, blanks included. Held as a
+  // plain pointer: one register, and its length is wanted only to report.
+  [[gnu::always_inline]] explicit Checks(const char* name) : name_(name) {}
 
-  Checks& option(const char* value, std::string_view letters, i64 position) {
+  [[gnu::always_inline]] Checks& option(const char* value, std::string_view letters, i64 position) {
     if (failed_ == 0 && !one_of(value, letters)) failed_ = position;
     return *this;
   }
-  Checks& not_negative(i64 value, i64 position) { return fail_if(value < 0, position); }
-  Checks& not_zero(i64 increment, i64 position) { return fail_if(increment == 0, position); }
+  // The same, when the caller has already compared `value` with the set's
+  // first letter (to size a matrix): that answer is not asked for again.
+  [[gnu::always_inline]] Checks& option(const char* value, bool is_first, std::string_view letters,
+                                        i64 position) {
+    if (failed_ == 0 && !is_first && !one_of(value, letters.substr(1))) failed_ = position;
+    return *this;
+  }
+  [[gnu::always_inline]] Checks& not_negative(i64 value, i64 position) {
+    return fail_if(value < 0, position);
+  }
+  [[gnu::always_inline]] Checks& not_zero(i64 increment, i64 position) {
+    return fail_if(increment == 0, position);
+  }
   // A leading dimension must cover `rows` rows, and at least one.
-  Checks& covers(i64 ld, i64 rows, i64 position) { return fail_if(ld < at_least_one(rows), position); }
+  [[gnu::always_inline]] Checks& covers(i64 ld, i64 rows, i64 position) {
+    return fail_if(ld < at_least_one(rows), position);
+  }
   // A band leading dimension must exceed the number of off-diagonals held.
-  Checks& exceeds(i64 ld, i64 diagonals, i64 position) { return fail_if(diagonals >= ld, position); }
+  [[gnu::always_inline]] Checks& exceeds(i64 ld, i64 diagonals, i64 position) {
+    return fail_if(diagonals >= ld, position);
+  }
 
   // 0 when every check passed; otherwise reports the failure and gives 1.
-  int verdict() const {
+  [[gnu::always_inline]] int verdict() const {
     if (failed_ == 0) return 0;
     report(name_, failed_);
     return 1;
   }
 
  private:
-  Checks& fail_if(bool failed, i64 position) {
+  [[gnu::always_inline]] Checks& fail_if(bool failed, i64 position) {
     if (failed_ == 0 && failed) failed_ = position;
     return *this;
   }
 
-  std::string_view name_;
+  const char* name_;
   i64 failed_ = 0;
 };
 
-// Letter sets of the option arguments.
+// Letter sets of the option arguments. A rule that sizes a matrix by an
+// option compares it with the set's first letter.
 inline constexpr std::string_view kTrans = "NTC";
 inline constexpr std::string_view kNoConjugate = "NT";
 inline constexpr std::string_view kConjugateOnly = "NC";

@@ -27,3 +27,8 @@ inline constexpr int kCharLength = 1;
 #else
 #define VORN_HIDDEN __attribute__((visibility("hidden")))
 #endif
+
+// The checks and rules that run on every call: each interface function
+// gets its own copy, whatever the compiler's size estimate (several
+// interface functions share one rule) would otherwise decide.
+#define VORN_INLINE [[gnu::always_inline]] inline

@@ -13,7 +13,9 @@ inline constexpr i64 kScratchFailurePosition = 1089;
 inline constexpr i32 kScratchFailureInfo = -1023;
 
 // Copies the name into a zero-terminated local buffer first, so that the
-// handler never sees the layer's read-only string table.
-void report(std::string_view name, i64 position);
+// handler never sees the layer's read-only string table. Out of line and
+// cold: the checks inline into every interface function, and only the
+// failing path should pay for the copy.
+[[gnu::cold, gnu::noinline]] void report(std::string_view name, i64 position);
 
 }  // namespace vorn

@@ -40,12 +40,25 @@ class ScratchSet {
 template <std::size_t Capacity>
 void scratch_failure(ScratchSet<Capacity>& set, std::string_view name, i32* info);
 
+// The copies, vectorised (scratch.cpp). A few elements are widened in line,
+// where a call and the vector loop's set-up would cost more than the copy.
+void widen_many(i64* dst, const i32* src, i64 count);
+void narrow_many(i32* dst, const i64* src, i64 count);
+inline constexpr i64 kShortArray = 4;
+
+inline void widen_all(i64* dst, const i32* src, i64 count) {
+  if (count > kShortArray) return widen_many(dst, src, count);
+  for (i64 i = 0; i < count; ++i) dst[i] = src[i];
+}
+
 // Copy-in runs at least once (a zero-length array still has its first
 // element read); copy-back runs only for a positive length.
-void copy_in(i64* dst, const i32* src, i64 length);
-void copy_back(i32* dst, const i64* src, i64 length);
+inline void copy_in(i64* dst, const i32* src, i64 length) { widen_all(dst, src, length > 1 ? length : 1); }
+inline void copy_back(i32* dst, const i64* src, i64 length) {
+  if (length > 0) narrow_many(dst, src, length);
+}
 // Sparse BLAS index vectors: exactly `length` elements, none when length <= 0.
-void copy_exactly(i64* dst, const i32* src, i64 length);
+inline void copy_exactly(i64* dst, const i32* src, i64 length) { widen_all(dst, src, length); }
 
 }  // namespace vorn
 

@@ -44,8 +44,6 @@ def main() -> int:
 
     decl = [HEADER, "#pragma once", '#include "frame/lp64.h"', 'extern "C" {']
     decl += [interfaces.library_declaration(r) for r in generated]
-    decl += ["}", "namespace vorn::blas {"]
-    decl += [interfaces.checker_declaration(r) for r in generated if interfaces.has_checker(r)]
     decl.append("}")
     write_if_changed(out / "library_entries.h", "\n".join(decl) + "\n")
 
@@ -54,6 +52,9 @@ def main() -> int:
                 '#include "frame/prechecks.h"', '#include "frame/scratch.h"']
         if unit.startswith("lapack"):
             body.append('#include "lapack/array_frame.h"')
+        else:
+            # The level 2 and 3 checkers are inline, to be inlined here.
+            body += ['#include "blas/level2_checkers.h"', '#include "blas/level3_checkers.h"']
         body.append("")
         body += [interfaces.interface_function(r) + "\n" for r in generated if member(r)]
         write_if_changed(out / f"{unit}.cpp", "\n".join(body))

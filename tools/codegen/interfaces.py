@@ -74,12 +74,6 @@ def library_declaration(r: Routine) -> str:
     return f'{LIBRARY_RESULT[r.result]} {library_entry(r)}({", ".join(params)});'
 
 
-def checker_declaration(r: Routine) -> str:
-    """Level 2 and 3 checkers see exactly the list the library entry gets."""
-    params = [library_type(a) for a in r.args] + ["int"] * len(character_args(r))
-    return f'int check_{r.lower}({", ".join(params)});'
-
-
 def _length_params(r: Routine) -> list[str]:
     return [f"{param_name(a)}_len" for a in character_args(r)] if r.group == "B3" else []
 

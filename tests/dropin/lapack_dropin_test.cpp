@@ -39,6 +39,18 @@ int VORN_instable_ilaenv_(const int*, const char*, const char*, const int*, cons
 
 namespace {
 int seen_name_length = -1, seen_opts_length = -1;
+// What this program's XERBLA heard, on the thread that heard it.
+thread_local std::string heard_name;
+thread_local int heard_position = 0, heard_count = 0;
+}
+
+// The program's own XERBLA, as numpy's or R's: the companions deliver
+// argument errors here instead of printing them.
+extern "C" __attribute__((visibility("default"))) void xerbla_(const char* name, const int* info, std::size_t length) {
+  heard_name.assign(name, length);
+  while (!heard_name.empty() && heard_name.back() == ' ') heard_name.pop_back();
+  heard_position = *info;
+  ++heard_count;
 }
 
 // Takes the place of the layer's entry that the companion library calls
@@ -219,6 +231,41 @@ TEST_F(LapackDropin, FirstCallsFromManyThreadsResolveOnce) {
     EXPECT_EQ(infos[t], info) << "thread " << t;
     expect_near(results[t], want, 1e-12);
   }
+}
+
+TEST_F(LapackDropin, ReportsFromManyThreadsReachTheProgramsXerblaOnTheirThread) {
+  // Half the threads make DGETRF's fourth argument wrong, half DPOTRF's
+  // first, between good calls: each report must arrive once, on the thread
+  // that made the error, and a good call must stay silent.
+  constexpr int kThreads = 8, kRounds = 20;
+  std::barrier start(kThreads);
+  std::vector<std::string> wrong(kThreads);
+  std::vector<std::thread> threads;
+  for (int t = 0; t < kThreads; ++t) {
+    threads.emplace_back([&, t] {
+      const int n = 6, bad_lda = 2;
+      const bool lu = t % 2 == 0;
+      const char* want_name = lu ? "DGETRF" : "DPOTRF";
+      const int want_position = lu ? 4 : 1;
+      start.arrive_and_wait();
+      for (int round = 0; round < kRounds; ++round) {
+        auto a = random_matrix(n, n, 10 * t + round, 8.0);
+        std::vector<int> ipiv(n);
+        int info = 0;
+        const int before = heard_count;
+        lu ? dgetrf_(&n, &n, a.data(), &n, ipiv.data(), &info) : dpotrf_("L", &n, a.data(), &n, &info, 1);
+        if (heard_count != before || info != 0) wrong[t] = "a good call was reported";
+        lu ? dgetrf_(&n, &n, a.data(), &bad_lda, ipiv.data(), &info) : dpotrf_("X", &n, a.data(), &n, &info, 1);
+        if (heard_count != before + 1 || heard_name != want_name || heard_position != want_position ||
+            info != -want_position)
+          wrong[t] = "round " + std::to_string(round) + ": heard " + std::to_string(heard_count - before) +
+                     " report(s), last " + heard_name + " " + std::to_string(heard_position) + ", INFO " +
+                     std::to_string(info);
+      }
+    });
+  }
+  for (auto& th : threads) th.join();
+  for (int t = 0; t < kThreads; ++t) EXPECT_EQ(wrong[t], "") << "thread " << t;
 }
 
 // The reference library is opened on the first call of a routine outside

@@ -64,7 +64,9 @@ DEPARTURES = (
     Departure("SPGVX", "SD", "IFAIL is copied back over N elements past the M the reference writes", REFERENCE),
     Departure("HPGVX HBGVX", "CZ", "IFAIL is copied back over N elements past the M the reference writes; M "
               "comes back 0 where the reference returns before setting it (B not positive definite)", REFERENCE),
-    Departure("HSEIN", "CZ", "IFAILL and IFAILR are copied back over MM elements past the M the reference "
+    Departure("HSEIN", "SDCZ", "IFAILL and IFAILR are copied back over MM elements past the M the reference "
+              "writes", REFERENCE),
+    Departure("LAED8", "SDCZ", "GIVCOL is copied back over 2N elements past the GIVPTR rotations the reference "
               "writes", REFERENCE),
     Departure("LARRA", "SD", "ISPLIT is copied back over N elements past the NSPLIT the reference writes",
               REFERENCE),
@@ -82,8 +84,8 @@ DEPARTURES = (
               "it factored", REFERENCE),
     Departure("LAHEF", "CZ", "IPIV is copied back over N elements; the reference writes only the KB columns "
               "it factored", REFERENCE),
-    Departure("LAED2 LASD1 LASD2", "SD", "the companion's call ends in a read of address 0 on input the "
-              "reference computes with (the harness's)", REFERENCE),
+    Departure("LASD2", "SD", "IDXP, IDX and IDXC come back with scratch contents in the first position, which "
+              "the reference leaves as the caller had it", REFERENCE),
     Departure("IPARMQ", "", "ISPEC = 17 (ICOST, the cost ratio ?LAQZ0 reads through ILAENV) is unknown to the "
               "computational library's LAPACK 3.8, which answers -1", REFERENCE),
     Departure("ASUM SCAL", "SD", "INCX <= 0: the reference returns at once (?ASUM gives 0, ?SCAL leaves X); the "

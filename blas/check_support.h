@@ -78,8 +78,9 @@ class Checks {
   }
 
  private:
+  // Failing is the rare path (see frame/prechecks.h).
   [[gnu::always_inline]] Checks& fail_if(bool failed, i64 position) {
-    if (failed_ == 0 && failed) failed_ = position;
+    if (failed_ == 0 && __builtin_expect(failed, false)) failed_ = position;
     return *this;
   }
 

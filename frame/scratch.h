@@ -31,14 +31,41 @@ class ScratchSet {
   void release();
 
  private:
-  std::array<void*, Capacity> held_{};
+  // Only the first count_ entries are ever read, so the rest stay unset.
+  std::array<void*, Capacity> held_;
   std::size_t count_ = 0;
 };
 
-// Releases what the set holds, reports `name` with 1089 and stores -1023 in
-// INFO when the routine has one.
+// A single array has no order to keep: one pointer, released when set, so
+// the frame holds it in a register rather than as an indexed array.
+template <>
+class ScratchSet<1> {
+ public:
+  ScratchSet() = default;
+  ScratchSet(const ScratchSet&) = delete;
+  ScratchSet& operator=(const ScratchSet&) = delete;
+  ~ScratchSet() { release(); }
+
+  i64* obtain(i64 count) { return obtain_bytes(scratch_bytes(count)); }
+  i64* obtain_bytes(std::size_t bytes);
+
+  void release();
+
+ private:
+  void* held_ = nullptr;
+};
+
+// Reports `name` with 1089 and stores -1023 in INFO when the routine has
+// one. Cold and out of line.
+[[gnu::cold, gnu::noinline]] void report_scratch_failure(std::string_view name, i32* info);
+
+// Releases what the set holds, then reports. In line, so that the set never
+// has its address taken and its few members stay in registers.
 template <std::size_t Capacity>
-void scratch_failure(ScratchSet<Capacity>& set, std::string_view name, i32* info);
+[[gnu::always_inline]] inline void scratch_failure(ScratchSet<Capacity>& set, std::string_view name, i32* info) {
+  set.release();
+  report_scratch_failure(name, info);
+}
 
 // The copies, vectorised (scratch.cpp). A few elements are widened in line,
 // where a call and the vector loop's set-up would cost more than the copy.
@@ -55,7 +82,8 @@ inline void widen_all(i64* dst, const i32* src, i64 count) {
 // element read); copy-back runs only for a positive length.
 inline void copy_in(i64* dst, const i32* src, i64 length) { widen_all(dst, src, length > 1 ? length : 1); }
 inline void copy_back(i32* dst, const i64* src, i64 length) {
-  if (length > 0) narrow_many(dst, src, length);
+  if (length > kShortArray) return narrow_many(dst, src, length);
+  for (i64 i = 0; i < length; ++i) narrow(dst + i, src[i]);
 }
 // Sparse BLAS index vectors: exactly `length` elements, none when length <= 0.
 inline void copy_exactly(i64* dst, const i32* src, i64 length) { widen_all(dst, src, length); }

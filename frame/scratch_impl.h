@@ -1,7 +1,6 @@
 // Template bodies of frame/scratch.h.
 #pragma once
 #include "frame/mkl_services.h"
-#include "frame/report.h"
 
 namespace vorn {
 
@@ -18,11 +17,14 @@ void ScratchSet<Capacity>::release() {
   count_ = 0;
 }
 
-template <std::size_t Capacity>
-void scratch_failure(ScratchSet<Capacity>& set, std::string_view name, i32* info) {
-  set.release();
-  report(name, kScratchFailurePosition);
-  if (info != nullptr) *info = kScratchFailureInfo;
+inline i64* ScratchSet<1>::obtain_bytes(std::size_t bytes) {
+  held_ = mkl_serv_allocate(bytes, kScratchAlignment);
+  return static_cast<i64*>(held_);
+}
+
+inline void ScratchSet<1>::release() {
+  if (held_ != nullptr) mkl_serv_deallocate(held_);
+  held_ = nullptr;
 }
 
 }  // namespace vorn

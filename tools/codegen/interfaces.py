@@ -88,6 +88,9 @@ def precheck_call(r: Routine) -> str:
         a = r.arg(n)
         value = param_name(a) if a.is_character else local_name(a)
         items.append(f"{{{value}, {position[n]}}}")
+    # The checks leave INFO's cell alone when they pass: it must start at 0.
+    if _scalar_treatment(r, r.arg("INFO")) != "zeroed" or _treatment(r, r.arg("INFO")) != "zeroed":
+        raise ValueError(f"{r.name}: a checked routine's INFO must start from a zeroed cell")
     info = local_name(r.arg("INFO"))
     return f'vorn::checks::{check}("{r.name}", &{info}, {", ".join(items)})'
 

@@ -74,7 +74,9 @@ def library_declaration(r: Routine) -> str:
     return f'{LIBRARY_RESULT[r.result]} {library_entry(r)}({", ".join(params)});'
 
 
-def _length_params(r: Routine) -> list[str]:
+def length_params(r: Routine) -> list[str]:
+    """The level-2/3 interface functions take each letter's length after the
+    listed arguments."""
     return [f"{param_name(a)}_len" for a in character_args(r)] if r.group == "B3" else []
 
 
@@ -114,7 +116,7 @@ def interface_function(r: Routine) -> str:
     if not r.is_blas and r.has_integer_arrays:
         return array_interface_function(r)
     params = ", ".join([f"{caller_type(a)} {param_name(a)}" for a in r.args]
-                       + [f"int {p}" for p in _length_params(r)])
+                       + [f"int {p}" for p in length_params(r)])
     lines = [f'extern "C" VORN_HIDDEN {CALLER_RESULT[r.result]} vorn_if_{r.lower}({params}) {{']
     call_args, write_back = [], []
     for a in r.args:
@@ -128,7 +130,7 @@ def interface_function(r: Routine) -> str:
         else:
             call_args.append(param_name(a))
     if r.group == "B3":
-        call_args += _length_params(r)
+        call_args += length_params(r)
     else:
         call_args += ["vorn::kCharLength"] * len(character_args(r))
     call = f'{library_entry(r)}({", ".join(call_args)})'

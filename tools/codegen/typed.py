@@ -21,6 +21,7 @@ sys.path.insert(0, str(Path(__file__).resolve().parent))
 import catalogue  # noqa: E402
 from cxx_types import CALLER_RESULT, caller_type, param_name  # noqa: E402
 import exports  # noqa: E402
+from interfaces import length_params  # noqa: E402
 from outputs import write_if_changed  # noqa: E402
 
 TYPED_PREFIX = "VORN_stable_"
@@ -175,15 +176,15 @@ def forwarded(p: Param, a: catalogue.Arg) -> str:
 
 
 def forwarder(entry: Entry, r: catalogue.Routine) -> str:
-    call = f"vorn_if_{r.lower}({', '.join(forwarded(p, a) for p, a in zip(entry.params, r.args))})"
+    # A letter passed by value is one character long.
+    args = [forwarded(p, a) for p, a in zip(entry.params, r.args)] + ["1"] * len(length_params(r))
+    call = f"vorn_if_{r.lower}({', '.join(args)})"
     body = f"return {call};" if entry.result != "void" else f"{call};"
     return f"{declaration(entry, r)} {{\n  {body}\n}}\n"
 
 
 def interface_declaration(r: catalogue.Routine) -> str:
-    # Only the listed arguments: the level-2 BLAS interface functions read
-    # character lengths after them, and a typed call passes none.
-    params = ", ".join(caller_type(a) for a in r.args)
+    params = ", ".join([caller_type(a) for a in r.args] + ["int"] * len(length_params(r)))
     return f'VORN_HIDDEN {CALLER_RESULT[r.result]} vorn_if_{r.lower}({params});'
 
 

@@ -10,9 +10,9 @@ includes; a few are in those headers on purpose.
 
 The slow suites are named only where they can plausibly catch the fault:
 cblas_positions (about 100 s) for checker and CBLAS faults, the LAPACK test
-programs for LAPACK faults (lapack_suite_d: every fault planted in LAPACK
-reaches a double-precision routine), numpy_linalg for the companions and
-the hosts (R, Octave, ScaLAPACK, the package) for the report route."""
+programs (lapack_suite_d) for the faults in INFO and the companions,
+numpy_linalg for the companions and the hosts (R, Octave, ScaLAPACK, the
+package) for the report route."""
 from dataclasses import dataclass
 
 
@@ -66,7 +66,12 @@ WINDOWS = r"^windows_"
 # short of the slowest programs.
 FRAME_WIDE = any_of(GT_LEVEL1, GT_CHECKERS, GT_LAPACK, GT_SERVICE, GT_TYPED, GT_EXPORTS, CONCURRENCY,
                     EXAMPLE, DROPIN, LAPACK_SUITE_D)
-LAPACK_WIDE = any_of(GT_LAPACK, GT_TYPED, CONCURRENCY, DROPIN, LAPACK_SUITE_D)
+# The companions' checks that call LAPACK routines (not the BLAS programs).
+DROPIN_LAPACK = r"^LapackDropin|^dropin_guard_page_harness$|^dropin_departures_complete$|^xerbla_"
+LAPACK_WIDE = any_of(GT_LAPACK, GT_TYPED, CONCURRENCY, DROPIN_LAPACK)
+# The LAPACK test programs (45 s, and minutes when a fault makes them
+# misbehave) where their INFO checks are the likeliest catch.
+LAPACK_WITH_SUITE = any_of(LAPACK_WIDE, LAPACK_SUITE_D)
 BLAS_WIDE = any_of(GT_LEVEL1, GT_CHECKERS, GT_TYPED, CONCURRENCY, DROPIN_FAST, CBLAS_POSITIONS)
 SERVICES = any_of(GT_SERVICE, GT_LAPACK, DROPIN_FAST, LAPACK_SUITE_D)
 COMPANIONS = any_of(DROPIN, NUMPY, LAPACK_SUITE_D, CONCURRENCY)
@@ -224,13 +229,13 @@ FAULTS = [
           "tools/codegen/overrides.py",
           '    "ILAVER": {"VERS_MAJOR"',
           '    "DGETRF": {"INFO": "in"},\n    "ILAVER": {"VERS_MAJOR"',
-          LAPACK_WIDE),
+          LAPACK_WITH_SUITE),
     Fault("lapack-getrf-ipiv-one-short", "catalogue",
           "DGETRF's IPIV documented one element short in the catalogue (copy length off by one)",
           "catalogue/routines.cat",
           "IPIV:i[]:out:MIN(M,N) INFO:i:out @SRC/dgetrf.f",
           "IPIV:i[]:out:MIN(M,N)-1 INFO:i:out @SRC/dgetrf.f",
-          any_of(LAPACK_WIDE, CATALOGUE)),
+          any_of(LAPACK_WITH_SUITE, CATALOGUE)),
     Fault("lapack-stebz-iblock-one-short", "lapack",
           "?STEBZ's IBLOCK scratch length N-1 (override size expression off by one)",
           "tools/codegen/overrides.py",
@@ -352,7 +357,7 @@ FAULTS = [
           "lapack/divide_conquer.h",
           "  if (iwork_first != nullptr) narrow(iwork_first, iwork64[0]);\n  narrow(info, info64);",
           "  if (iwork_first != nullptr) narrow(iwork_first, iwork64[0]);",
-          LAPACK_WIDE),
+          LAPACK_WITH_SUITE),
     Fault("lapack-bdsdc-iq-not-back", "lapack",
           "?BDSDC's IQ not copied back (dropped copy-back)",
           "lapack/divide_conquer.h",

@@ -14,6 +14,7 @@ import importlib.util
 import os
 import re
 import shutil
+import signal
 import subprocess
 import sys
 import time
@@ -21,6 +22,11 @@ from dataclasses import dataclass, field
 from pathlib import Path
 
 HERE = Path(__file__).resolve().parent
+# CTest's progress lines: "Start 12: name" and
+# "3/40 Test #12: name ......   Passed    0.10 sec" (or ***Failed, ***Timeout,
+# ***Exception: SegFault, Not Run...). GoogleTest's typed names hold blanks.
+START = re.compile(r"^\s*Start +(\d+): (.+)$")
+DONE = re.compile(r"Test +#(\d+): (.+?) \.+\s*(.*?)\s+[0-9.]+ sec$")
 ROOT = HERE.parent.parent
 
 
@@ -29,6 +35,11 @@ def load_faults():
     module = importlib.util.module_from_spec(spec)
     spec.loader.exec_module(module)
     return module.FAULTS
+
+
+def short_name(test: str) -> str:
+    """A CTest name without the parameter dump GoogleTest appends."""
+    return test.split("  # GetParam()")[0].strip()
 
 
 def log(msg: str) -> None:
@@ -122,6 +133,7 @@ class Scratch:
         self.logs = Path(args.scratch) / "logs"
         self.jobs = args.jobs
         self.timeout = args.timeout
+        self.fault_timeout = args.fault_timeout
         self.with_windows = args.windows
         self.logs.mkdir(parents=True, exist_ok=True)
 
@@ -151,26 +163,44 @@ class Scratch:
                 return False
         return True
 
-    def failing(self, build: Path, regex: str, name: str) -> tuple[list[str], str]:
+    def failing(self, build: Path, regex: str, name: str, cap: int) -> tuple[list[str], str]:
         """Runs the CTests matching `regex`; the names of those that failed
-        (timeouts included), and an error text when nothing ran."""
-        failed_log = build / "Testing" / "Temporary" / "LastTestsFailed.log"
-        failed_log.unlink(missing_ok=True)
+        (timeouts included), and an error text when nothing ran. A test's
+        own TIMEOUT property outranks --timeout, and a fault can make a
+        program hang for the full 40 minutes of the LAPACK suite's, so the
+        whole run is capped at --fault-timeout: the tests still running
+        then count as failed."""
         log_file = self.logs / f"{name}.ctest.log"
         log_file.unlink(missing_ok=True)
-        rc = run(["ctest", "--test-dir", str(build), "-j", str(self.jobs), "-R", regex, "--timeout",
-                  str(self.timeout), "--no-tests=error"], log_to=log_file)
-        failed = []
-        if failed_log.exists():
-            failed = [line.split(":", 1)[1].strip() for line in failed_log.read_text().splitlines() if ":" in line]
-        if rc != 0 and not failed:
+        cmd = ["ctest", "--test-dir", str(build), "-j", str(self.jobs), "-R", regex, "--timeout",
+               str(self.timeout), "--no-tests=error"]
+        with open(log_file, "w") as out:
+            proc = subprocess.Popen(cmd, stdout=out, stderr=subprocess.STDOUT, start_new_session=True)
+            try:
+                rc = proc.wait(timeout=cap)
+            except subprocess.TimeoutExpired:
+                os.killpg(proc.pid, signal.SIGKILL)
+                proc.wait()
+                rc = None
+        started, failed = {}, []
+        for line in log_file.read_text(errors="replace").splitlines():
+            if m := START.search(line):
+                started[m.group(1)] = short_name(m.group(2))
+            elif m := DONE.search(line):
+                started.pop(m.group(1), None)
+                if m.group(3).strip() != "Passed":
+                    failed.append(short_name(m.group(2)))
+        if rc is None:
+            failed += [f"{t} (still running after {cap} s)" for t in started.values()]
+        elif rc != 0 and not failed:
             return [], f"ctest failed without a failing test (see {log_file})"
         return failed, ""
 
-    def tests(self, regex: str, name: str, windows: bool) -> tuple[list[str], str]:
-        failed, error = self.failing(self.build, regex, name)
+    def tests(self, regex: str, name: str, windows: bool, cap: int | None = None) -> tuple[list[str], str]:
+        cap = cap or self.fault_timeout
+        failed, error = self.failing(self.build, regex, name, cap)
         if windows and self.with_windows and not error:
-            win_failed, error = self.failing(self.windows, regex, name + ".windows")
+            win_failed, error = self.failing(self.windows, regex, name + ".windows", cap)
             failed += win_failed
         return failed, error
 
@@ -205,10 +235,21 @@ def markdown(outcomes: list[Outcome], seconds: float, baseline_seconds: float, j
 
 
 def tsv(outcomes: list[Outcome]) -> str:
-    rows = ["id\tlayer\tstatus\tseconds\tfailed"]
-    rows += [f"{o.fault.id}\t{o.fault.layer}\t{o.status}\t{o.seconds:.0f}\t{' '.join(sorted(o.failed))}"
+    rows = ["id\tlayer\tstatus\tseconds\tfailed (;-separated)"]
+    rows += [f"{o.fault.id}\t{o.fault.layer}\t{o.status}\t{o.seconds:.0f}\t{';'.join(sorted(o.failed))}"
              for o in outcomes]
     return "\n".join(rows) + "\n"
+
+
+def read_tsv(path: Path, faults) -> dict[str, Outcome]:
+    """Outcomes of an earlier run (its TSV), by fault id, for --resume."""
+    by_id = {f.id: f for f in faults}
+    out = {}
+    for row in path.read_text().splitlines()[1:]:
+        fid, _, status, seconds, failed = (row.split("\t") + [""])[:5]
+        if fid in by_id and status in ("caught", "NOT CAUGHT"):
+            out[fid] = Outcome(by_id[fid], status, [t for t in failed.split(";") if t], float(seconds))
+    return out
 
 
 def main() -> int:
@@ -216,12 +257,16 @@ def main() -> int:
     ap.add_argument("--only", help="comma-separated fault ids")
     ap.add_argument("--list", action="store_true", help="list the faults and check their anchors")
     ap.add_argument("--jobs", type=int, default=2)
-    ap.add_argument("--timeout", type=int, default=600, help="per CTest, seconds")
+    ap.add_argument("--timeout", type=int, default=120,
+                    help="per CTest without a TIMEOUT of its own, seconds")
+    ap.add_argument("--fault-timeout", type=int, default=240,
+                    help="cap on one fault's whole CTest run, seconds (also the baseline's, doubled)")
     ap.add_argument("--out", type=Path, help="Markdown table (a .tsv beside it)")
     ap.add_argument("--windows", action="store_true",
                     help="also build vorn.dll and run the Windows suites under wine (minutes per fault)")
     ap.add_argument("--scratch", default="/tmp/vorn-mutate", help="the scratch copy and its build trees")
     ap.add_argument("--skip-baseline", action="store_true", help="trust the last baseline run")
+    ap.add_argument("--resume", type=Path, help="TSV of an interrupted run: its outcomes are kept, not rerun")
     args = ap.parse_args()
 
     faults = load_faults()
@@ -258,7 +303,7 @@ def main() -> int:
     baseline_seconds = 0.0
     if not args.skip_baseline:
         log("baseline: every selected suite on the unchanged tree")
-        failed, error = scratch.tests(union, "baseline", any_windows)
+        failed, error = scratch.tests(union, "baseline", any_windows, 2 * args.fault_timeout)
         baseline_seconds = time.monotonic() - start
         if failed or error:
             print(error or "baseline failures (fix or deselect before measuring):\n  " + "\n  ".join(failed),
@@ -266,8 +311,14 @@ def main() -> int:
             return 1
         log(f"baseline passes ({baseline_seconds:.0f} s)")
 
+    earlier = read_tsv(args.resume, faults) if args.resume else {}
+    progress = args.out.with_suffix(".tsv") if args.out else scratch.logs / "progress.tsv"
     outcomes = []
     for f in faults:
+        if f.id in earlier:
+            outcomes.append(earlier[f.id])
+            log(f"{f.id}: {earlier[f.id].status} in the earlier run")
+            continue
         t0 = time.monotonic()
         path = scratch.src / f.file
         original = plant(path, f.anchor, f.replacement)
@@ -281,6 +332,7 @@ def main() -> int:
             path.write_text(original)
         o.seconds = time.monotonic() - t0
         outcomes.append(o)
+        progress.write_text(tsv(outcomes))
         if o.status == "caught":
             log(f"{f.id}: caught by {len(o.failed)} ({', '.join(sorted(o.failed)[:4])}{' ...' if len(o.failed) > 4 else ''})"
                 f" [{o.seconds:.0f} s]")

@@ -214,20 +214,38 @@ def plant(path: Path, anchor: str, replacement: str) -> str:
     return text
 
 
-def markdown(outcomes: list[Outcome], seconds: float, baseline_seconds: float, jobs: int) -> str:
+def test_of(name: str) -> str:
+    """A CTest name without the instance of a parametrised or typed test,
+    so that a table row names each GoogleTest test once."""
+    name = name.split(" (still running")[0]
+    if "<" in name:
+        name = name.split("<")[0]
+    head, dot, tail = name.partition(".")
+    return head + dot + tail.split("/")[0] if dot else name
+
+
+def caught_cell(failed: list[str]) -> str:
+    counts: dict[str, int] = {}
+    for t in failed:
+        counts[test_of(t)] = counts.get(test_of(t), 0) + 1
+    return ", ".join(f"`{t}`" + (f" ({n})" if n > 1 else "") for t, n in sorted(counts.items()))
+
+
+def markdown(outcomes: list[Outcome], baseline_seconds: float, jobs: int) -> str:
     caught = sum(o.status == "caught" for o in outcomes)
-    lines = ["# Faults planted by tools/mutate/run.py and the suites that caught them", "",
-             f"{caught} of {len(outcomes)} faults caught; the whole run took {seconds / 60:.1f} min "
-             f"(baseline {baseline_seconds / 60:.1f} min) on {jobs} jobs. "
-             "Regenerate with `python3 tools/mutate/run.py --out tools/mutate/RESULTS.md`.", "",
-             "| fault | layer | description | suites that caught it |", "|---|---|---|---|"]
+    fault_seconds = sum(o.seconds for o in outcomes)
+    lines = ["# Faults planted by tools/mutate/run.py and the tests that caught them", "",
+             f"{caught} of {len(outcomes)} faults caught. Each fault: plant, rebuild, run the suites named for it "
+             f"in `faults.py`, revert; {fault_seconds / 60:.0f} min for the faults together"
+             + (f" after a {baseline_seconds / 60:.0f} min baseline" if baseline_seconds else "")
+             + f", on {jobs} jobs. A test named with a count failed in that many of its instances "
+             "(parameters, precisions); one still running at the cap on a fault's run counts as failed. "
+             "Regenerate with `python3 tools/mutate/run.py --out tools/mutate/RESULTS.md` "
+             "(the TSV beside it lists every failing CTest).", "",
+             "| fault | layer | description | tests that caught it |", "|---|---|---|---|"]
     for o in outcomes:
         if o.status == "caught":
-            shown = sorted(o.failed)
-            cell = ", ".join(f"`{t}`" for t in shown[:12])
-            if len(shown) > 12:
-                cell += f" and {len(shown) - 12} more"
-            cell = f"{len(shown)}: {cell}"
+            cell = caught_cell(o.failed)
         else:
             cell = f"**{o.status}**" + (f" ({o.note})" if o.note else "")
         lines.append(f"| `{o.fault.id}` | {o.fault.layer} | {o.fault.description} | {cell} |")
@@ -267,6 +285,8 @@ def main() -> int:
     ap.add_argument("--scratch", default="/tmp/vorn-mutate", help="the scratch copy and its build trees")
     ap.add_argument("--skip-baseline", action="store_true", help="trust the last baseline run")
     ap.add_argument("--resume", type=Path, help="TSV of an interrupted run: its outcomes are kept, not rerun")
+    ap.add_argument("--render", type=Path, help="write --out from this TSV of a finished run; run nothing")
+    ap.add_argument("--baseline-seconds", type=float, default=0.0, help="with --render: the baseline's time")
     args = ap.parse_args()
 
     faults = load_faults()
@@ -285,6 +305,16 @@ def main() -> int:
         print("\n".join(["fault list errors:"] + errors), file=sys.stderr)
         return 2
     if args.list:
+        return 0
+    if args.render:
+        if not args.out:
+            sys.exit("--render needs --out")
+        earlier = read_tsv(args.render, faults)
+        missing = [f.id for f in faults if f.id not in earlier]
+        if missing:
+            print("not in the TSV: " + ", ".join(missing), file=sys.stderr)
+        args.out.write_text(markdown([earlier[f.id] for f in faults if f.id in earlier], args.baseline_seconds,
+                                     args.jobs))
         return 0
     if not args.windows:
         skipped = [f.id for f in faults if f.windows_only]
@@ -352,7 +382,7 @@ def main() -> int:
     if broken:
         print("ERRORS IN THE LIST (fix these faults): " + ", ".join(broken))
     if args.out:
-        args.out.write_text(markdown(outcomes, total, baseline_seconds, args.jobs))
+        args.out.write_text(markdown(outcomes, baseline_seconds, args.jobs))
         args.out.with_suffix(".tsv").write_text(tsv(outcomes))
     return 1 if broken else 0
 

@@ -313,8 +313,11 @@ def main() -> int:
         missing = [f.id for f in faults if f.id not in earlier]
         if missing:
             print("not in the TSV: " + ", ".join(missing), file=sys.stderr)
-        args.out.write_text(markdown([earlier[f.id] for f in faults if f.id in earlier], args.baseline_seconds,
-                                     args.jobs))
+        text = markdown([earlier[f.id] for f in faults if f.id in earlier], args.baseline_seconds, args.jobs)
+        if missing:
+            text += "\nNot in this run: " + ", ".join(f"`{m}`" for m in missing) + " (the Windows faults need " \
+                    "`--windows`, which builds and tests vorn.dll under wine for each).\n"
+        args.out.write_text(text)
         return 0
     if not args.windows:
         skipped = [f.id for f in faults if f.windows_only]

@@ -126,56 +126,11 @@ extern "C" __attribute__((weak)) void mkl_lapack_dgeqrf(const long long* m, cons
 
 namespace {
 
-// ------------------------------------------------------------ precisions
-
-template <class R_, bool Complex, char Letter, char RealLetter>
-struct Prec {
-  using R = R_;
-  using T = std::conditional_t<Complex, std::complex<R_>, R_>;
-  static constexpr bool complex = Complex;
-  static constexpr char letter = Letter;
-  static constexpr char real_letter = RealLetter;  // the real routines of the same precision
-};
-using S = Prec<float, false, 's', 's'>;
-using D = Prec<double, false, 'd', 'd'>;
-using C = Prec<float, true, 'c', 's'>;
-using Z = Prec<double, true, 'z', 'd'>;
-
 template <class F>
 F exported(const std::string& name) {
   void* f = dlsym(RTLD_DEFAULT, ("VORN_instable_" + name).c_str());
   if (f == nullptr) ADD_FAILURE() << "VORN_instable_" << name << " is not exported";
   return reinterpret_cast<F>(f);
-}
-// The layer's routine `letter + stem`, lower spelling.
-template <class P, class F>
-F lay(const std::string& stem, char letter = P::letter) {
-  return exported<F>(std::string(1, letter) + stem);
-}
-template <class P, class F>
-F ref(const std::string& stem, char letter = P::letter) {
-  return reference::fn<F>((std::string(1, letter) + stem + "_").c_str());
-}
-
-template <class T>
-struct RealOf {
-  using type = T;
-};
-template <class R>
-struct RealOf<std::complex<R>> {
-  using type = R;
-};
-
-template <class T>
-T conj_of(T x) {
-  if constexpr (std::is_arithmetic_v<T>)
-    return x;
-  else
-    return std::conj(x);
-}
-template <class T>
-auto re(T x) {
-  return std::real(x);
 }
 
 template <class R>
@@ -183,73 +138,9 @@ R tol() {
   return std::is_same_v<R, float> ? R(2e-4) : R(1e-11);
 }
 
-template <class T>
-bool near(T got, T want, double scale = 1) {
-  using R = typename RealOf<T>::type;
+template <class R>
+bool near(R got, R want, double scale = 1) {
   return std::abs(got - want) <= tol<R>() * (scale + std::abs(want));
-}
-
-// A column-major matrix with a leading dimension; entries outside the rows
-// in use hold a sentinel that no routine may write.
-template <class T>
-struct Matrix {
-  int rows, cols, ld;
-  std::vector<T> v;
-  T& operator()(int i, int j) { return v[static_cast<std::size_t>(j) * ld + i]; }
-  const T& operator()(int i, int j) const { return v[static_cast<std::size_t>(j) * ld + i]; }
-  auto* data() { return reinterpret_cast<typename RealOf<T>::type*>(v.data()); }
-};
-
-template <class T>
-T random_value(std::mt19937& g) {
-  using R = typename RealOf<T>::type;
-  std::uniform_real_distribution<R> d(R(-1), R(1));
-  if constexpr (std::is_arithmetic_v<T>)
-    return d(g);
-  else
-    return T(d(g), d(g));
-}
-
-constexpr double kSentinel = 77.25;
-
-template <class T>
-Matrix<T> random_matrix(int rows, int cols, int ld, unsigned seed) {
-  Matrix<T> m{rows, cols, ld, std::vector<T>(static_cast<std::size_t>(ld) * cols, T(kSentinel))};
-  std::mt19937 g(seed);
-  for (int j = 0; j < cols; ++j)
-    for (int i = 0; i < rows; ++i) m(i, j) = random_value<T>(g);
-  return m;
-}
-
-// B^H B + n I: Hermitian positive definite, stored in full.
-template <class T>
-Matrix<T> spd_matrix(int n, int ld, unsigned seed) {
-  const auto b = random_matrix<T>(n, n, n, seed);
-  Matrix<T> a{n, n, ld, std::vector<T>(static_cast<std::size_t>(ld) * n, T(kSentinel))};
-  for (int i = 0; i < n; ++i)
-    for (int j = 0; j < n; ++j) {
-      T s = i == j ? T(n) : T(0);
-      for (int k = 0; k < n; ++k) s += conj_of(b(k, i)) * b(k, j);
-      a(i, j) = s;
-    }
-  return a;
-}
-
-template <class T>
-Matrix<T> hermitian_matrix(int n, int ld, unsigned seed) {
-  auto a = random_matrix<T>(n, n, ld, seed);
-  for (int j = 0; j < n; ++j) {
-    a(j, j) = T(re(a(j, j)));
-    for (int i = j + 1; i < n; ++i) a(j, i) = conj_of(a(i, j));
-  }
-  return a;
-}
-
-template <class T>
-void expect_padding_untouched(const Matrix<T>& got, const std::string& where) {
-  for (int j = 0; j < got.cols; ++j)
-    for (int i = got.rows; i < got.ld; ++i)
-      ASSERT_EQ(got(i, j), T(kSentinel)) << where << ": row " << i << " beyond the matrix written";
 }
 
 // Every LAPACK call through the layer: the error handler, then the progress
@@ -264,566 +155,6 @@ void expect_lapack_frame(const std::string& where) {
   for (std::size_t i = 2; i < ev.size(); ++i)
     EXPECT_EQ(ev[i].kind, observe::Kind::Entry) << where << ": unexpected event " << i;
   EXPECT_TRUE(observe::reports().empty()) << where << ": unexpected report";
-}
-
-template <class P>
-class LapackOracle : public ::testing::Test {
- protected:
-  void SetUp() override {
-    observe::reset();
-    reference::reset();
-  }
-};
-using Precisions = ::testing::Types<S, D, C, Z>;
-TYPED_TEST_SUITE(LapackOracle, Precisions);
-
-// Phase of a diagonal entry; rows or columns of a triangular factor are
-// unique up to it.
-template <class T>
-T unit_phase(T x) {
-  const auto a = std::abs(x);
-  return a == 0 ? T(1) : x / a;
-}
-
-// ---------------------------------------------------------------- QR, LQ
-
-TYPED_TEST(LapackOracle, QrFactorMatchesReferenceAndQRebuildsA) {
-  using P = TypeParam;
-  using R = typename P::R;
-  using T = typename P::T;
-  using Geqrf = void (*)(const int*, const int*, R*, const int*, R*, R*, const int*, int*);
-  using Orgqr = void (*)(const int*, const int*, const int*, R*, const int*, const R*, R*, const int*, int*);
-  const int m = 7, n = 5, lda = 9;
-  const auto a0 = random_matrix<T>(m, n, lda, 101);
-
-  auto al = a0;
-  std::vector<T> tau(n), query(1, T(-5));
-  int lwork = -1, info = 99;
-  lay<P, Geqrf>("geqrf")(&m, &n, al.data(), &lda, reinterpret_cast<R*>(tau.data()),
-                         reinterpret_cast<R*>(query.data()), &lwork, &info);
-  EXPECT_EQ(info, 0);
-  EXPECT_GE(re(query[0]), R(n)) << "optimal LWORK";
-  expect_lapack_frame("geqrf query");
-  EXPECT_EQ(al.v, a0.v) << "a workspace query touched A";
-
-  lwork = std::max(n, static_cast<int>(re(query[0])));
-  std::vector<T> work(lwork);
-  observe::reset();
-  lay<P, Geqrf>("geqrf")(&m, &n, al.data(), &lda, reinterpret_cast<R*>(tau.data()),
-                         reinterpret_cast<R*>(work.data()), &lwork, &info);
-  EXPECT_EQ(info, 0);
-  expect_lapack_frame("geqrf");
-  expect_padding_untouched(al, "geqrf");
-
-  auto ar = a0;
-  std::vector<T> tau_r(n), work_r(lwork);
-  int info_r = 99;
-  ref<P, Geqrf>("geqrf")(&m, &n, ar.data(), &lda, reinterpret_cast<R*>(tau_r.data()),
-                         reinterpret_cast<R*>(work_r.data()), &lwork, &info_r);
-  ASSERT_EQ(info_r, 0);
-  for (int i = 0; i < n; ++i) {
-    const T pl = conj_of(unit_phase(al(i, i))), pr = conj_of(unit_phase(ar(i, i)));
-    for (int j = i; j < n; ++j) EXPECT_TRUE(near(al(i, j) * pl, ar(i, j) * pr, 4)) << "R(" << i << "," << j << ")";
-  }
-
-  // Q from the layer's own reflectors: orthonormal columns and Q R = A.
-  auto q = al;
-  const int k = n;
-  observe::reset();
-  lay<P, Orgqr>(P::complex ? "ungqr" : "orgqr")(&m, &n, &k, q.data(), &lda, reinterpret_cast<R*>(tau.data()),
-                                                reinterpret_cast<R*>(work.data()), &lwork, &info);
-  EXPECT_EQ(info, 0);
-  expect_lapack_frame("orgqr/ungqr");
-  expect_padding_untouched(q, "orgqr/ungqr");
-  for (int i = 0; i < n; ++i)
-    for (int j = 0; j < n; ++j) {
-      T s = 0;
-      for (int r = 0; r < m; ++r) s += conj_of(q(r, i)) * q(r, j);
-      EXPECT_TRUE(near(s, T(i == j ? 1 : 0))) << "Q^H Q (" << i << "," << j << ")";
-    }
-  for (int i = 0; i < m; ++i)
-    for (int j = 0; j < n; ++j) {
-      T s = 0;
-      for (int r = 0; r <= j; ++r) s += q(i, r) * al(r, j);
-      EXPECT_TRUE(near(s, a0(i, j), 4)) << "QR (" << i << "," << j << ")";
-    }
-}
-
-TYPED_TEST(LapackOracle, LqFactorMatchesReference) {
-  using P = TypeParam;
-  using R = typename P::R;
-  using T = typename P::T;
-  using Gelqf = void (*)(const int*, const int*, R*, const int*, R*, R*, const int*, int*);
-  const int m = 5, n = 8, lda = 6, lwork = 64;
-  const auto a0 = random_matrix<T>(m, n, lda, 202);
-  auto al = a0, ar = a0;
-  std::vector<T> tau(m), work(lwork);
-  int info = 99, info_r = 99;
-  lay<P, Gelqf>("gelqf")(&m, &n, al.data(), &lda, reinterpret_cast<R*>(tau.data()),
-                         reinterpret_cast<R*>(work.data()), &lwork, &info);
-  expect_lapack_frame("gelqf");
-  ref<P, Gelqf>("gelqf")(&m, &n, ar.data(), &lda, reinterpret_cast<R*>(tau.data()),
-                         reinterpret_cast<R*>(work.data()), &lwork, &info_r);
-  EXPECT_EQ(info, 0);
-  ASSERT_EQ(info_r, 0);
-  expect_padding_untouched(al, "gelqf");
-  for (int j = 0; j < m; ++j) {
-    const T pl = conj_of(unit_phase(al(j, j))), pr = conj_of(unit_phase(ar(j, j)));
-    for (int i = j; i < m; ++i) EXPECT_TRUE(near(al(i, j) * pl, ar(i, j) * pr, 4)) << "L(" << i << "," << j << ")";
-  }
-}
-
-// ----------------------------------------------------- Cholesky and solves
-
-TYPED_TEST(LapackOracle, CholeskyMatchesReferenceInBothTrianglesAndCases) {
-  using P = TypeParam;
-  using R = typename P::R;
-  using T = typename P::T;
-  using Potrf = void (*)(const char*, const int*, R*, const int*, int*);
-  using PotrfRef = void (*)(const char*, const int*, R*, const int*, int*, std::size_t);
-  const int n = 6, lda = 8;
-  const auto a0 = spd_matrix<T>(n, lda, 303);
-  for (char uplo : {'U', 'L', 'u', 'l'}) {
-    const std::string where = std::string("potrf ") + uplo;
-    auto al = a0, ar = a0;
-    int info = 99, info_r = 99;
-    observe::reset();
-    lay<P, Potrf>("potrf")(&uplo, &n, al.data(), &lda, &info);
-    expect_lapack_frame(where);
-    ref<P, PotrfRef>("potrf")(&uplo, &n, ar.data(), &lda, &info_r, 1);
-    EXPECT_EQ(info, 0) << where;
-    ASSERT_EQ(info_r, 0) << where;
-    const bool upper = uplo == 'U' || uplo == 'u';
-    for (int j = 0; j < n; ++j)
-      for (int i = 0; i < n; ++i) {
-        if ((upper && i <= j) || (!upper && i >= j))
-          EXPECT_TRUE(near(al(i, j), ar(i, j), 4)) << where << " (" << i << "," << j << ")";
-        else
-          EXPECT_EQ(al(i, j), a0(i, j)) << where << ": other triangle written at (" << i << "," << j << ")";
-      }
-    expect_padding_untouched(al, where);
-  }
-
-  // The third leading minor is not positive definite: INFO = 3 as in the
-  // reference, whatever triangle.
-  for (char uplo : {'U', 'L'}) {
-    auto al = a0, ar = a0;
-    al(2, 2) = ar(2, 2) = T(-10);
-    int info = 99, info_r = 99;
-    lay<P, Potrf>("potrf")(&uplo, &n, al.data(), &lda, &info);
-    ref<P, PotrfRef>("potrf")(&uplo, &n, ar.data(), &lda, &info_r, 1);
-    EXPECT_EQ(info_r, 3);
-    EXPECT_EQ(info, info_r) << "not positive definite, uplo " << uplo;
-  }
-}
-
-TYPED_TEST(LapackOracle, CholeskySolveMatchesReference) {
-  using P = TypeParam;
-  using R = typename P::R;
-  using T = typename P::T;
-  using Potrf = void (*)(const char*, const int*, R*, const int*, int*);
-  using Potrs = void (*)(const char*, const int*, const int*, const R*, const int*, R*, const int*, int*);
-  using PotrsRef = void (*)(const char*, const int*, const int*, const R*, const int*, R*, const int*, int*,
-                            std::size_t);
-  const int n = 5, lda = 7, nrhs = 3, ldb = 6;
-  for (char uplo : {'U', 'l'}) {
-    auto a = spd_matrix<T>(n, lda, 404);
-    int info = 99;
-    lay<P, Potrf>("potrf")(&uplo, &n, a.data(), &lda, &info);
-    ASSERT_EQ(info, 0);
-    const auto b0 = random_matrix<T>(n, nrhs, ldb, 405);
-    auto bl = b0, br = b0;
-    int info_r = 99;
-    observe::reset();
-    lay<P, Potrs>("potrs")(&uplo, &n, &nrhs, a.data(), &lda, bl.data(), &ldb, &info);
-    expect_lapack_frame("potrs");
-    ref<P, PotrsRef>("potrs")(&uplo, &n, &nrhs, a.data(), &lda, br.data(), &ldb, &info_r, 1);
-    EXPECT_EQ(info, 0);
-    for (int j = 0; j < nrhs; ++j)
-      for (int i = 0; i < n; ++i) EXPECT_TRUE(near(bl(i, j), br(i, j))) << "X(" << i << "," << j << ")";
-    expect_padding_untouched(bl, "potrs");
-  }
-}
-
-TYPED_TEST(LapackOracle, TriangularSolveMatchesReference) {
-  using P = TypeParam;
-  using R = typename P::R;
-  using T = typename P::T;
-  using Trtrs = void (*)(const char*, const char*, const char*, const int*, const int*, const R*, const int*, R*,
-                         const int*, int*);
-  using TrtrsRef = void (*)(const char*, const char*, const char*, const int*, const int*, const R*, const int*,
-                            R*, const int*, int*, std::size_t, std::size_t, std::size_t);
-  const int n = 6, lda = 7, nrhs = 2, ldb = 8;
-  auto a = random_matrix<T>(n, n, lda, 505);
-  for (int i = 0; i < n; ++i) a(i, i) += T(4);
-  const auto b0 = random_matrix<T>(n, nrhs, ldb, 506);
-  for (char uplo : {'U', 'L'})
-    for (char trans : {'N', 'T', 'C'})
-      for (char diag : {'N', 'U'}) {
-        const std::string where = std::string("trtrs ") + uplo + trans + diag;
-        auto bl = b0, br = b0;
-        int info = 99, info_r = 99;
-        observe::reset();
-        lay<P, Trtrs>("trtrs")(&uplo, &trans, &diag, &n, &nrhs, a.data(), &lda, bl.data(), &ldb, &info);
-        expect_lapack_frame(where);
-        ref<P, TrtrsRef>("trtrs")(&uplo, &trans, &diag, &n, &nrhs, a.data(), &lda, br.data(), &ldb, &info_r, 1, 1,
-                                  1);
-        EXPECT_EQ(info, 0) << where;
-        for (int j = 0; j < nrhs; ++j)
-          for (int i = 0; i < n; ++i) EXPECT_TRUE(near(bl(i, j), br(i, j))) << where << " (" << i << "," << j << ")";
-      }
-  // A zero on the diagonal: INFO names its index, as in the reference.
-  auto singular = a;
-  singular(3, 3) = T(0);
-  auto bl = b0, br = b0;
-  int info = 99, info_r = 99;
-  lay<P, Trtrs>("trtrs")("U", "N", "N", &n, &nrhs, singular.data(), &lda, bl.data(), &ldb, &info);
-  ref<P, TrtrsRef>("trtrs")("U", "N", "N", &n, &nrhs, singular.data(), &lda, br.data(), &ldb, &info_r, 1, 1, 1);
-  EXPECT_EQ(info_r, 4);
-  EXPECT_EQ(info, info_r);
-}
-
-// ------------------------------------------------------ reductions, SVD
-
-template <class P>
-std::vector<typename P::R> reference_singular_values(int m, int n, const Matrix<typename P::T>& a0) {
-  using R = typename P::R;
-  using T = typename P::T;
-  auto a = a0;
-  const int one = 1, lwork = 512;
-  std::vector<R> s(std::min(m, n)), rwork(5 * std::min(m, n));
-  std::vector<T> work(lwork);
-  int info = 99;
-  T dummy[1];
-  if constexpr (P::complex) {
-    using F = void (*)(const char*, const char*, const int*, const int*, R*, const int*, R*, R*, const int*, R*,
-                       const int*, R*, const int*, R*, int*, std::size_t, std::size_t);
-    ref<P, F>("gesvd")("N", "N", &m, &n, a.data(), &a.ld, s.data(), reinterpret_cast<R*>(dummy), &one,
-                       reinterpret_cast<R*>(dummy), &one, reinterpret_cast<R*>(work.data()), &lwork, rwork.data(),
-                       &info, 1, 1);
-  } else {
-    using F = void (*)(const char*, const char*, const int*, const int*, R*, const int*, R*, R*, const int*, R*,
-                       const int*, R*, const int*, int*, std::size_t, std::size_t);
-    ref<P, F>("gesvd")("N", "N", &m, &n, a.data(), &a.ld, s.data(), dummy, &one, dummy, &one, work.data(), &lwork,
-                       &info, 1, 1);
-  }
-  EXPECT_EQ(info, 0);
-  return s;
-}
-
-TYPED_TEST(LapackOracle, BidiagonalReductionKeepsSingularValues) {
-  using P = TypeParam;
-  using R = typename P::R;
-  using T = typename P::T;
-  using Gebrd = void (*)(const int*, const int*, R*, const int*, R*, R*, R*, R*, R*, const int*, int*);
-  using Bdsqr = void (*)(const char*, const int*, const int*, const int*, const int*, R*, R*, R*, const int*, R*,
-                         const int*, R*, const int*, R*, int*);
-  const int m = 7, n = 5, lda = 8;
-  const auto a0 = random_matrix<T>(m, n, lda, 606);
-  auto al = a0, ar = a0;
-  std::vector<R> d(n), e(n), dr(n), er(n);
-  std::vector<T> tq(n), tp(n), query(1);
-  int lwork = -1, info = 99, info_r = 99;
-  lay<P, Gebrd>("gebrd")(&m, &n, al.data(), &lda, d.data(), e.data(), reinterpret_cast<R*>(tq.data()),
-                         reinterpret_cast<R*>(tp.data()), reinterpret_cast<R*>(query.data()), &lwork, &info);
-  EXPECT_EQ(info, 0);
-  EXPECT_GE(re(query[0]), R(m)) << "optimal LWORK";
-  lwork = std::max(m, static_cast<int>(re(query[0])));
-  std::vector<T> work(lwork);
-  observe::reset();
-  lay<P, Gebrd>("gebrd")(&m, &n, al.data(), &lda, d.data(), e.data(), reinterpret_cast<R*>(tq.data()),
-                         reinterpret_cast<R*>(tp.data()), reinterpret_cast<R*>(work.data()), &lwork, &info);
-  EXPECT_EQ(info, 0);
-  expect_lapack_frame("gebrd");
-  expect_padding_untouched(al, "gebrd");
-  ref<P, Gebrd>("gebrd")(&m, &n, ar.data(), &lda, dr.data(), er.data(), reinterpret_cast<R*>(tq.data()),
-                         reinterpret_cast<R*>(tp.data()), reinterpret_cast<R*>(work.data()), &lwork, &info_r);
-  ASSERT_EQ(info_r, 0);
-  for (int i = 0; i < n; ++i) EXPECT_TRUE(near(std::abs(d[i]), std::abs(dr[i]), 4)) << "|d" << i << "|";
-  for (int i = 0; i + 1 < n; ++i) EXPECT_TRUE(near(std::abs(e[i]), std::abs(er[i]), 4)) << "|e" << i << "|";
-
-  // The singular values of the layer's bidiagonal, by the layer's real BDSQR.
-  const int zero = 0, one = 1;
-  std::vector<R> bwork(4 * n);
-  R dummy[1];
-  observe::reset();
-  lay<P, Bdsqr>("bdsqr", P::real_letter)("U", &n, &zero, &zero, &zero, d.data(), e.data(), dummy, &one, dummy, &one,
-                                         dummy, &one, bwork.data(), &info);
-  EXPECT_EQ(info, 0);
-  expect_lapack_frame("bdsqr");
-  const auto s = reference_singular_values<P>(m, n, a0);
-  for (int i = 0; i < n; ++i) EXPECT_TRUE(near(d[i], s[i], 4)) << "sigma " << i;
-}
-
-TYPED_TEST(LapackOracle, SingularValuesMatchReference) {
-  using P = TypeParam;
-  using R = typename P::R;
-  using T = typename P::T;
-  for (const auto& shape : {std::pair{7, 5}, std::pair{4, 6}}) {
-    const int m = shape.first, n = shape.second, lda = m + 1, one = 1;
-    const auto a0 = random_matrix<T>(m, n, lda, 707 + m);
-    auto a = a0;
-    const int k = std::min(m, n);
-    std::vector<R> s(k), rwork(5 * k);
-    std::vector<T> query(1);
-    T dummy[1];
-    int lwork = -1, info = 99;
-    auto call = [&](R* work) {
-      observe::reset();
-      if constexpr (P::complex) {
-        using F = void (*)(const char*, const char*, const int*, const int*, R*, const int*, R*, R*, const int*, R*,
-                           const int*, R*, const int*, R*, int*);
-        lay<P, F>("gesvd")("N", "N", &m, &n, a.data(), &lda, s.data(), reinterpret_cast<R*>(dummy), &one,
-                           reinterpret_cast<R*>(dummy), &one, work, &lwork, rwork.data(), &info);
-      } else {
-        using F = void (*)(const char*, const char*, const int*, const int*, R*, const int*, R*, R*, const int*, R*,
-                           const int*, R*, const int*, int*);
-        lay<P, F>("gesvd")("N", "N", &m, &n, a.data(), &lda, s.data(), dummy, &one, dummy, &one, work, &lwork, &info);
-      }
-      expect_lapack_frame("gesvd");
-    };
-    call(reinterpret_cast<R*>(query.data()));
-    EXPECT_EQ(info, 0);
-    EXPECT_GE(re(query[0]), R(1));
-    EXPECT_EQ(a.v, a0.v) << "a workspace query touched A";
-    lwork = std::max(5 * std::max(m, n), static_cast<int>(re(query[0])));
-    std::vector<T> work(lwork);
-    call(reinterpret_cast<R*>(work.data()));
-    EXPECT_EQ(info, 0);
-    const auto want = reference_singular_values<P>(m, n, a0);
-    for (int i = 0; i < k; ++i) EXPECT_TRUE(near(s[i], want[i], 4)) << m << "x" << n << " sigma " << i;
-  }
-}
-
-TYPED_TEST(LapackOracle, HessenbergReductionMatchesReference) {
-  using P = TypeParam;
-  using R = typename P::R;
-  using T = typename P::T;
-  using Gehrd = void (*)(const int*, const int*, const int*, R*, const int*, R*, R*, const int*, int*);
-  const int n = 6, ilo = 1, ihi = 6, lda = 7;
-  const auto a0 = random_matrix<T>(n, n, lda, 808);
-  auto al = a0, ar = a0;
-  std::vector<T> tau(n), query(1);
-  int lwork = -1, info = 99, info_r = 99;
-  lay<P, Gehrd>("gehrd")(&n, &ilo, &ihi, al.data(), &lda, reinterpret_cast<R*>(tau.data()),
-                         reinterpret_cast<R*>(query.data()), &lwork, &info);
-  EXPECT_EQ(info, 0);
-  EXPECT_GE(re(query[0]), R(n));
-  lwork = std::max(n, static_cast<int>(re(query[0])));
-  std::vector<T> work(lwork);
-  observe::reset();
-  lay<P, Gehrd>("gehrd")(&n, &ilo, &ihi, al.data(), &lda, reinterpret_cast<R*>(tau.data()),
-                         reinterpret_cast<R*>(work.data()), &lwork, &info);
-  EXPECT_EQ(info, 0);
-  expect_lapack_frame("gehrd");
-  ref<P, Gehrd>("gehrd")(&n, &ilo, &ihi, ar.data(), &lda, reinterpret_cast<R*>(tau.data()),
-                         reinterpret_cast<R*>(work.data()), &lwork, &info_r);
-  ASSERT_EQ(info_r, 0);
-  // H is unique up to a diagonal similarity of unit-modulus entries.
-  for (int j = 0; j < n; ++j)
-    for (int i = 0; i <= std::min(j + 1, n - 1); ++i)
-      EXPECT_TRUE(near(std::abs(al(i, j)), std::abs(ar(i, j)), 4)) << "|H(" << i << "," << j << ")|";
-  expect_padding_untouched(al, "gehrd");
-}
-
-TYPED_TEST(LapackOracle, TridiagonalReductionMatchesReference) {
-  using P = TypeParam;
-  using R = typename P::R;
-  using T = typename P::T;
-  using Sytrd = void (*)(const char*, const int*, R*, const int*, R*, R*, R*, R*, const int*, int*);
-  using SytrdRef = void (*)(const char*, const int*, R*, const int*, R*, R*, R*, R*, const int*, int*, std::size_t);
-  const std::string stem = P::complex ? "hetrd" : "sytrd";
-  const int n = 6, lda = 6, lwork = 128;
-  const auto a0 = hermitian_matrix<T>(n, lda, 909);
-  for (char uplo : {'U', 'L'}) {
-    auto al = a0, ar = a0;
-    std::vector<R> d(n), e(n - 1), dr(n), er(n - 1);
-    std::vector<T> tau(n), work(lwork);
-    int info = 99, info_r = 99;
-    observe::reset();
-    lay<P, Sytrd>(stem)(&uplo, &n, al.data(), &lda, d.data(), e.data(), reinterpret_cast<R*>(tau.data()),
-                        reinterpret_cast<R*>(work.data()), &lwork, &info);
-    expect_lapack_frame(stem);
-    ref<P, SytrdRef>(stem)(&uplo, &n, ar.data(), &lda, dr.data(), er.data(), reinterpret_cast<R*>(tau.data()),
-                           reinterpret_cast<R*>(work.data()), &lwork, &info_r, 1);
-    EXPECT_EQ(info, 0);
-    ASSERT_EQ(info_r, 0);
-    for (int i = 0; i < n; ++i) EXPECT_TRUE(near(d[i], dr[i], 4)) << uplo << " d" << i;
-    for (int i = 0; i + 1 < n; ++i) EXPECT_TRUE(near(std::abs(e[i]), std::abs(er[i]), 4)) << uplo << " |e" << i << "|";
-  }
-}
-
-TYPED_TEST(LapackOracle, EigenvaluesMatchReference) {
-  using P = TypeParam;
-  using R = typename P::R;
-  using T = typename P::T;
-  const int n = 6, lda = 7, one = 1;
-  const auto a0 = random_matrix<T>(n, n, lda, 1010);
-  std::vector<std::complex<R>> got(n), want(n);
-  auto run = [&](bool layer) {
-    auto a = a0;
-    int lwork = -1, info = 99;
-    std::vector<T> query(1);
-    T dummy[1];
-    std::vector<R> rwork(2 * n), wr(n), wi(n);
-    std::vector<std::complex<R>> w(n);
-    auto call = [&](R* work) {
-      if constexpr (P::complex) {
-        using F = void (*)(const char*, const char*, const int*, R*, const int*, R*, R*, const int*, R*, const int*,
-                           R*, const int*, R*, int*, std::size_t, std::size_t);
-        auto f = layer ? reinterpret_cast<F>(lay<P, void*>("geev")) : ref<P, F>("geev");
-        f("N", "N", &n, a.data(), &lda, reinterpret_cast<R*>(w.data()), reinterpret_cast<R*>(dummy), &one,
-          reinterpret_cast<R*>(dummy), &one, work, &lwork, rwork.data(), &info, 1, 1);
-      } else {
-        using F = void (*)(const char*, const char*, const int*, R*, const int*, R*, R*, R*, const int*, R*,
-                           const int*, R*, const int*, int*, std::size_t, std::size_t);
-        auto f = layer ? reinterpret_cast<F>(lay<P, void*>("geev")) : ref<P, F>("geev");
-        f("N", "N", &n, a.data(), &lda, wr.data(), wi.data(), dummy, &one, dummy, &one, work, &lwork, &info, 1, 1);
-        for (int i = 0; i < n; ++i) w[i] = {wr[i], wi[i]};
-      }
-    };
-    observe::reset();
-    call(reinterpret_cast<R*>(query.data()));
-    EXPECT_EQ(info, 0);
-    if (layer) expect_lapack_frame("geev query");
-    lwork = std::max(4 * n, static_cast<int>(re(query[0])));
-    std::vector<T> work(lwork);
-    observe::reset();
-    call(reinterpret_cast<R*>(work.data()));
-    EXPECT_EQ(info, 0);
-    if (layer) expect_lapack_frame("geev");
-    return w;
-  };
-  got = run(true);
-  want = run(false);
-  // Pair each eigenvalue with the nearest unused one of the reference.
-  std::vector<bool> used(n, false);
-  for (const auto& g : got) {
-    int best = -1;
-    for (int i = 0; i < n; ++i)
-      if (!used[i] && (best < 0 || std::abs(want[i] - g) < std::abs(want[best] - g))) best = i;
-    used[best] = true;
-    EXPECT_TRUE(near(g, want[best], 4)) << "eigenvalue " << g << " vs " << want[best];
-  }
-}
-
-// ------------------------------------------------------- norms, copies, misc
-
-TYPED_TEST(LapackOracle, MatrixNormsMatchReference) {
-  using P = TypeParam;
-  using R = typename P::R;
-  using T = typename P::T;
-  using Lange = R (*)(const char*, const int*, const int*, const R*, const int*, R*);
-  using LangeRef = R (*)(const char*, const int*, const int*, const R*, const int*, R*, std::size_t);
-  using Lansy = R (*)(const char*, const char*, const int*, const R*, const int*, R*);
-  using LansyRef = R (*)(const char*, const char*, const int*, const R*, const int*, R*, std::size_t, std::size_t);
-  const int m = 5, n = 4, lda = 6;
-  auto a = random_matrix<T>(m, n, lda, 1111);
-  auto s = random_matrix<T>(n, n, lda, 1112);
-  std::vector<R> work(16);
-  for (char norm : {'M', '1', 'O', 'I', 'F', 'E', 'm', 'i', 'f'}) {
-    observe::reset();
-    const R got = lay<P, Lange>("lange")(&norm, &m, &n, a.data(), &lda, work.data());
-    expect_lapack_frame(std::string("lange ") + norm);
-    EXPECT_TRUE(near(got, ref<P, LangeRef>("lange")(&norm, &m, &n, a.data(), &lda, work.data(), 1)))
-        << "lange " << norm;
-    for (char uplo : {'U', 'L'}) {
-      observe::reset();
-      const R sym = lay<P, Lansy>("lansy")(&norm, &uplo, &n, s.data(), &lda, work.data());
-      expect_lapack_frame(std::string("lansy ") + norm + uplo);
-      EXPECT_TRUE(near(sym, ref<P, LansyRef>("lansy")(&norm, &uplo, &n, s.data(), &lda, work.data(), 1, 1)))
-          << "lansy " << norm << uplo;
-    }
-  }
-}
-
-TYPED_TEST(LapackOracle, ReflectorGenerationMatchesReference) {
-  using P = TypeParam;
-  using R = typename P::R;
-  using T = typename P::T;
-  using Larfg = void (*)(const int*, R*, R*, const int*, R*);
-  const int n = 5;
-  for (int incx : {1, 2}) {
-    auto x0 = random_matrix<T>(1 + (n - 2) * incx, 1, 2 + (n - 2) * incx, 1212 + incx);
-    std::mt19937 gen(7u + incx);
-    const T alpha0 = random_value<T>(gen);
-    auto xl = x0, xr = x0;
-    T al = alpha0, ar = alpha0, tl = T(9), tr = T(9);
-    observe::reset();
-    lay<P, Larfg>("larfg")(&n, reinterpret_cast<R*>(&al), xl.data(), &incx, reinterpret_cast<R*>(&tl));
-    expect_lapack_frame("larfg");
-    ref<P, Larfg>("larfg")(&n, reinterpret_cast<R*>(&ar), xr.data(), &incx, reinterpret_cast<R*>(&tr));
-    EXPECT_TRUE(near(al, ar)) << "beta";
-    EXPECT_TRUE(near(tl, tr)) << "tau";
-    for (std::size_t i = 0; i < xl.v.size(); ++i) EXPECT_TRUE(near(xl.v[i], xr.v[i])) << "v " << i << " incx " << incx;
-  }
-}
-
-TYPED_TEST(LapackOracle, CopyAndSetAreExact) {
-  using P = TypeParam;
-  using R = typename P::R;
-  using T = typename P::T;
-  using Lacpy = void (*)(const char*, const int*, const int*, const R*, const int*, R*, const int*);
-  using LacpyRef = void (*)(const char*, const int*, const int*, const R*, const int*, R*, const int*, std::size_t);
-  using Laset = void (*)(const char*, const int*, const int*, const R*, const R*, R*, const int*);
-  using LasetRef = void (*)(const char*, const int*, const int*, const R*, const R*, R*, const int*, std::size_t);
-  const int m = 5, n = 4, lda = 7, ldb = 6;
-  const auto a = random_matrix<T>(m, n, lda, 1313);
-  const auto b0 = random_matrix<T>(m, n, ldb, 1314);
-  const T alpha = T(R(0.5)), beta = T(R(-2));
-  for (char uplo : {'U', 'L', 'A', 'u', 'l'}) {
-    auto bl = b0, br = b0;
-    observe::reset();
-    lay<P, Lacpy>("lacpy")(&uplo, &m, &n, const_cast<Matrix<T>&>(a).data(), &lda, bl.data(), &ldb);
-    expect_lapack_frame("lacpy");
-    ref<P, LacpyRef>("lacpy")(&uplo, &m, &n, const_cast<Matrix<T>&>(a).data(), &lda, br.data(), &ldb, 1);
-    EXPECT_EQ(bl.v, br.v) << "lacpy " << uplo;
-    auto sl = b0, sr = b0;
-    observe::reset();
-    lay<P, Laset>("laset")(&uplo, &m, &n, reinterpret_cast<const R*>(&alpha), reinterpret_cast<const R*>(&beta),
-                           sl.data(), &ldb);
-    expect_lapack_frame("laset");
-    ref<P, LasetRef>("laset")(&uplo, &m, &n, reinterpret_cast<const R*>(&alpha), reinterpret_cast<const R*>(&beta),
-                              sr.data(), &ldb, 1);
-    EXPECT_EQ(sl.v, sr.v) << "laset " << uplo;
-  }
-}
-
-TYPED_TEST(LapackOracle, LeastSquaresMatchReference) {
-  using P = TypeParam;
-  using R = typename P::R;
-  using T = typename P::T;
-  using Gels = void (*)(const char*, const int*, const int*, const int*, R*, const int*, R*, const int*, R*,
-                        const int*, int*);
-  using GelsRef = void (*)(const char*, const int*, const int*, const int*, R*, const int*, R*, const int*, R*,
-                           const int*, int*, std::size_t);
-  const int m = 7, n = 4, nrhs = 2, lda = 8, ldb = 9;
-  const auto a0 = random_matrix<T>(m, n, lda, 1414);
-  const auto b0 = random_matrix<T>(m, nrhs, ldb, 1415);
-  for (char trans : {'N', P::complex ? 'C' : 'T'}) {
-    const int solution_rows = trans == 'N' ? n : m;
-    auto al = a0, ar = a0, bl = b0, br = b0;
-    std::vector<T> query(1);
-    int lwork = -1, info = 99, info_r = 99;
-    observe::reset();
-    lay<P, Gels>("gels")(&trans, &m, &n, &nrhs, al.data(), &lda, bl.data(), &ldb, reinterpret_cast<R*>(query.data()),
-                         &lwork, &info);
-    EXPECT_EQ(info, 0);
-    expect_lapack_frame("gels query");
-    lwork = std::max(m + nrhs, static_cast<int>(re(query[0])));
-    std::vector<T> work(lwork);
-    observe::reset();
-    lay<P, Gels>("gels")(&trans, &m, &n, &nrhs, al.data(), &lda, bl.data(), &ldb, reinterpret_cast<R*>(work.data()),
-                         &lwork, &info);
-    expect_lapack_frame("gels");
-    ref<P, GelsRef>("gels")(&trans, &m, &n, &nrhs, ar.data(), &lda, br.data(), &ldb,
-                            reinterpret_cast<R*>(work.data()), &lwork, &info_r, 1);
-    EXPECT_EQ(info, 0);
-    ASSERT_EQ(info_r, 0);
-    for (int j = 0; j < nrhs; ++j)
-      for (int i = 0; i < solution_rows; ++i)
-        EXPECT_TRUE(near(bl(i, j), br(i, j), 4)) << trans << " X(" << i << "," << j << ")";
-  }
 }
 
 // -------------------------------------------------------- scalar routines
@@ -1024,7 +355,7 @@ std::vector<Argument> parse(const char* list) {
 }
 
 // One prepared call: cells for integers, characters and INFO, and a
-// generous zeroed buffer per array.
+// generous zeroed buffer per floating array (every kind but i, c and o).
 struct Prepared {
   std::vector<Argument> args;
   std::vector<int> ints;
@@ -1049,7 +380,16 @@ struct Prepared {
           ints[i] = s.value;
       }
     for (std::size_t i = 0; i < args.size(); ++i)
-      if (args[i].kind == 'd') data[i].assign(4096, 0.0);
+      if (!is_cell(args[i].kind)) data[i].assign(4096, 0.0);
+  }
+
+  static bool is_cell(char kind) { return kind == 'i' || kind == 'c' || kind == 'o'; }
+
+  int value(const std::string& name) const {
+    for (std::size_t i = 0; i < args.size(); ++i)
+      if (args[i].name == name) return ints[i];
+    ADD_FAILURE() << "no argument " << name;
+    return 0;
   }
 
   std::vector<Word> words(bool with_lengths) {
@@ -1059,8 +399,8 @@ struct Prepared {
       switch (args[i].kind) {
         case 'i': w.push_back(reinterpret_cast<Word>(&ints[i])); break;
         case 'c': w.push_back(reinterpret_cast<Word>(&chars[i])); ++characters; break;
-        case 'd': w.push_back(reinterpret_cast<Word>(data[i].data())); break;
-        default: w.push_back(reinterpret_cast<Word>(&info)); break;
+        case 'o': w.push_back(reinterpret_cast<Word>(&info)); break;
+        default: w.push_back(reinterpret_cast<Word>(data[i].data())); break;
       }
     }
     if (with_lengths)
@@ -1294,6 +634,191 @@ TEST(LapackPrechecks, EigenAndSingularValueDriversLeaveWorkspaceToMkl) {
       EXPECT_EQ(ev[2].entry, "mkl_lapack_" + name);
     });
   }
+}
+
+// ------------------------------------------------ results against the reference
+//
+// LAPACK routines without integer arrays, each call described like the
+// pre-checks' above, with the floating arrays' kinds saying how they are
+// compared: d element by element, m in magnitude (the signs of reflectors
+// are the implementation's), s as a sorted set of magnitudes (the order of
+// eigenvalues), w not at all (workspace, or intermediate results). Both
+// calls start from the same pseudo-random contents, A (N by N, leading
+// dimension LDA) made Hermitian and diagonally dominant where asked. The
+// layer's call installs its hooks and reports nothing; every compared
+// array, INFO, the function's value and every integer and character
+// argument come back as the reference leaves them.
+
+enum class Fill { Random, Definite, NotDefinite, Singular };
+
+struct OracleCall {
+  const char* real_stem;     // null: no real member
+  const char* complex_stem;  // null: no complex member
+  const char* real_args;
+  const char* complex_args;  // null: as real_args
+  std::vector<Setting> baseline;
+  std::vector<std::vector<Setting>> cases;  // besides the baseline
+  Fill a = Fill::Random;
+  bool function = false;  // a real function's value
+};
+
+template <class R>
+void fill(Prepared& p, bool complex, Fill how) {
+  std::mt19937 gen(2024);
+  std::uniform_real_distribution<R> d(R(-1), R(1));
+  for (std::size_t i = 0; i < p.args.size(); ++i) {
+    if (p.data[i].empty()) continue;
+    R* x = reinterpret_cast<R*>(p.data[i].data());
+    for (std::size_t k = 0; k < p.data[i].size() * sizeof(double) / sizeof(R); ++k) x[k] = d(gen);
+    if (p.args[i].name != "A" || how == Fill::Random) continue;
+    const int n = p.value("N"), lda = p.value("LDA"), w = complex ? 2 : 1;
+    auto at = [&](int r, int c) { return x + w * (r + static_cast<std::ptrdiff_t>(c) * lda); };
+    for (int c = 0; c < n; ++c) {
+      for (int r = c + 1; r < n; ++r) {
+        at(c, r)[0] = at(r, c)[0];
+        if (complex) at(c, r)[1] = -at(r, c)[1];
+      }
+      at(c, c)[0] = R(2 * n);
+      if (complex) at(c, c)[1] = 0;
+    }
+    if (how == Fill::NotDefinite) at(2, 2)[0] = R(-10);
+    if (how == Fill::Singular) at(3, 3)[0] = 0;
+  }
+}
+
+template <class R>
+void expect_same_results(const Prepared& got, const Prepared& want, const std::string& where) {
+  EXPECT_EQ(got.info, want.info) << where << ": INFO";
+  EXPECT_EQ(got.ints, want.ints) << where << ": integer arguments";
+  EXPECT_EQ(got.chars, want.chars) << where << ": character arguments";
+  for (std::size_t i = 0; i < got.args.size(); ++i) {
+    const char kind = got.args[i].kind;
+    if (got.data[i].empty() || kind == 'w') continue;
+    const std::size_t count = got.data[i].size() * sizeof(double) / sizeof(R);
+    const R* g = reinterpret_cast<const R*>(got.data[i].data());
+    const R* r = reinterpret_cast<const R*>(want.data[i].data());
+    std::vector<R> a(g, g + count), b(r, r + count);
+    if (kind != 'd')
+      for (auto* v : {&a, &b})
+        for (auto& x : *v) x = std::abs(x);
+    if (kind == 's') {
+      std::sort(a.begin(), a.end());
+      std::sort(b.begin(), b.end());
+    }
+    std::size_t differ = 0;
+    for (std::size_t k = 0; k < count; ++k)
+      if (!near(a[k], b[k], 4) && differ++ == 0)
+        ADD_FAILURE() << where << ": " << got.args[i].name << "[" << k << "] " << a[k] << ", reference " << b[k];
+    EXPECT_EQ(differ, 0u) << where << ": " << got.args[i].name;
+  }
+}
+
+template <class R>
+void expect_like_reference(const OracleCall& c, const std::string& name, const std::vector<Argument>& args,
+                           const std::vector<Setting>& changes, bool complex) {
+  const std::string where = name + describe(changes);
+  Prepared layer(args, c.baseline, changes), oracle(args, c.baseline, changes);
+  fill<R>(layer, complex, c.a);
+  fill<R>(oracle, complex, c.a);
+  using Function = R (*)(Word, Word, Word, Word, Word, Word, Word, Word);
+  auto run = [&](void* f, Prepared& p, bool lengths) {
+    if (!c.function) return invoke(f, p.words(lengths)), R(0);
+    auto w = p.words(lengths);
+    w.resize(8, 0);
+    return reinterpret_cast<Function>(f)(w[0], w[1], w[2], w[3], w[4], w[5], w[6], w[7]);
+  };
+  observe::reset();
+  reference::reset();
+  const R got = run(reinterpret_cast<void*>(exported<void (*)()>(name)), layer, false);
+  expect_lapack_frame(where);
+  const R want = run(reference::symbol((name + "_").c_str()), oracle, true);
+  EXPECT_TRUE(reference::reports().empty()) << where << ": the reference rejected the call";
+  EXPECT_TRUE(near(got, want, 4)) << where << ": value " << got << ", reference " << want;
+  expect_same_results<R>(layer, oracle, where);
+}
+
+std::vector<OracleCall> oracle_calls() {
+  std::vector<std::vector<Setting>> triangular, norms, symmetric_norms;
+  for (char uplo : {'U', 'L'})
+    for (char trans : {'N', 'T', 'C'})
+      for (char diag : {'N', 'U'}) triangular.push_back({{"UPLO", uplo}, {"TRANS", trans}, {"DIAG", diag}});
+  for (char norm : {'M', '1', 'O', 'I', 'F', 'E', 'm', 'i', 'f'}) {
+    norms.push_back({{"NORM", norm}});
+    for (char uplo : {'U', 'L'}) symmetric_norms.push_back({{"NORM", norm}, {"UPLO", uplo}});
+  }
+  const std::vector<std::vector<Setting>> query = {{{"LWORK", -1}}};
+  const std::vector<std::vector<Setting>> parts = {{{"UPLO", 'L'}}, {{"UPLO", 'A'}}, {{"UPLO", 'u'}}, {{"UPLO", 'l'}}};
+  const char* const qr = "M:i N:i A:d LDA:i TAU:d WORK:w LWORK:i INFO:o";
+  const char* const gels = "TRANS:c M:i N:i NRHS:i A:w LDA:i B:d LDB:i WORK:w LWORK:i INFO:o";
+  const std::vector<Setting> gels_base = {{"TRANS", 'N'}, {"M", 7}, {"N", 4}, {"NRHS", 2}, {"LDA", 8}, {"LDB", 9},
+                                          {"LWORK", 64}};
+  return {
+      {"geqrf", "geqrf", qr, nullptr, {{"M", 7}, {"N", 5}, {"LDA", 9}, {"LWORK", 64}}, query},
+      {"gelqf", "gelqf", qr, nullptr, {{"M", 5}, {"N", 8}, {"LDA", 6}, {"LWORK", 64}}, query},
+      {"orgqr", "ungqr", "M:i N:i K:i A:d LDA:i TAU:d WORK:w LWORK:i INFO:o", nullptr,
+       {{"M", 7}, {"N", 5}, {"K", 5}, {"LDA", 9}, {"LWORK", 64}}, {{{"K", 3}}, {{"LWORK", -1}}}},
+      {"potrf", "potrf", "UPLO:c N:i A:d LDA:i INFO:o", nullptr, {{"UPLO", 'U'}, {"N", 6}, {"LDA", 8}},
+       {{{"UPLO", 'L'}}, {{"UPLO", 'u'}}, {{"UPLO", 'l'}}}, Fill::Definite},
+      // Past the failing minor A holds the implementation's partial results.
+      {"potrf", "potrf", "UPLO:c N:i A:w LDA:i INFO:o", nullptr, {{"UPLO", 'U'}, {"N", 6}, {"LDA", 8}},
+       {{{"UPLO", 'L'}}}, Fill::NotDefinite},
+      {"potrs", "potrs", "UPLO:c N:i NRHS:i A:d LDA:i B:d LDB:i INFO:o", nullptr,
+       {{"UPLO", 'U'}, {"N", 5}, {"NRHS", 3}, {"LDA", 7}, {"LDB", 6}}, {{{"UPLO", 'l'}}}, Fill::Definite},
+      {"trtrs", "trtrs", "UPLO:c TRANS:c DIAG:c N:i NRHS:i A:d LDA:i B:d LDB:i INFO:o", nullptr,
+       {{"UPLO", 'U'}, {"TRANS", 'N'}, {"DIAG", 'N'}, {"N", 6}, {"NRHS", 2}, {"LDA", 7}, {"LDB", 8}}, triangular,
+       Fill::Definite},
+      {"trtrs", "trtrs", "UPLO:c TRANS:c DIAG:c N:i NRHS:i A:d LDA:i B:d LDB:i INFO:o", nullptr,
+       {{"UPLO", 'U'}, {"TRANS", 'N'}, {"DIAG", 'N'}, {"N", 6}, {"NRHS", 2}, {"LDA", 7}, {"LDB", 8}}, {},
+       Fill::Singular},
+      {"gebrd", "gebrd", "M:i N:i A:m LDA:i D:m E:m TAUQ:w TAUP:w WORK:w LWORK:i INFO:o", nullptr,
+       {{"M", 7}, {"N", 5}, {"LDA", 8}, {"LWORK", 64}}, query},
+      {"bdsqr", nullptr, "UPLO:c N:i NCVT:i NRU:i NCC:i D:d E:w VT:w LDVT:i U:w LDU:i C:w LDC:i WORK:w INFO:o",
+       nullptr, {{"UPLO", 'U'}, {"N", 5}, {"LDVT", 1}, {"LDU", 1}, {"LDC", 1}}, {{{"UPLO", 'L'}}}},
+      {"gesvd", "gesvd", "JOBU:c JOBVT:c M:i N:i A:w LDA:i S:d U:w LDU:i VT:w LDVT:i WORK:w LWORK:i INFO:o",
+       "JOBU:c JOBVT:c M:i N:i A:w LDA:i S:d U:w LDU:i VT:w LDVT:i WORK:w LWORK:i RWORK:w INFO:o",
+       {{"JOBU", 'N'}, {"JOBVT", 'N'}, {"M", 7}, {"N", 5}, {"LDA", 8}, {"LDU", 1}, {"LDVT", 1}, {"LWORK", 64}},
+       {{{"M", 4}, {"N", 6}, {"LDA", 5}}, {{"LWORK", -1}}}},
+      {"gehrd", "gehrd", "N:i ILO:i IHI:i A:m LDA:i TAU:w WORK:w LWORK:i INFO:o", nullptr,
+       {{"N", 6}, {"ILO", 1}, {"IHI", 6}, {"LDA", 7}, {"LWORK", 64}}, {{{"ILO", 2}, {"IHI", 5}}, {{"LWORK", -1}}}},
+      {"sytrd", "hetrd", "UPLO:c N:i A:w LDA:i D:d E:m TAU:w WORK:w LWORK:i INFO:o", nullptr,
+       {{"UPLO", 'U'}, {"N", 6}, {"LDA", 6}, {"LWORK", 128}}, {{{"UPLO", 'L'}}}, Fill::Definite},
+      {"geev", "geev", "JOBVL:c JOBVR:c N:i A:w LDA:i WR:s WI:s VL:w LDVL:i VR:w LDVR:i WORK:w LWORK:i INFO:o",
+       "JOBVL:c JOBVR:c N:i A:w LDA:i W:s VL:w LDVL:i VR:w LDVR:i WORK:w LWORK:i RWORK:w INFO:o",
+       {{"JOBVL", 'N'}, {"JOBVR", 'N'}, {"N", 6}, {"LDA", 7}, {"LDVL", 1}, {"LDVR", 1}, {"LWORK", 64}}, query},
+      {"lange", "lange", "NORM:c M:i N:i A:d LDA:i WORK:w", nullptr, {{"NORM", 'M'}, {"M", 5}, {"N", 4}, {"LDA", 6}},
+       norms, Fill::Random, true},
+      {"lansy", "lansy", "NORM:c UPLO:c N:i A:d LDA:i WORK:w", nullptr,
+       {{"NORM", 'M'}, {"UPLO", 'U'}, {"N", 4}, {"LDA", 6}}, symmetric_norms, Fill::Random, true},
+      {"larfg", "larfg", "N:i ALPHA:d X:d INCX:i TAU:d", nullptr, {{"N", 5}, {"INCX", 1}}, {{{"INCX", 2}}}},
+      {"lacpy", "lacpy", "UPLO:c M:i N:i A:d LDA:i B:d LDB:i", nullptr,
+       {{"UPLO", 'U'}, {"M", 5}, {"N", 4}, {"LDA", 7}, {"LDB", 6}}, parts},
+      {"laset", "laset", "UPLO:c M:i N:i ALPHA:d BETA:d A:d LDA:i", nullptr,
+       {{"UPLO", 'U'}, {"M", 5}, {"N", 4}, {"LDA", 6}}, parts},
+      {"gels", nullptr, gels, nullptr, gels_base, {{{"TRANS", 'T'}}, {{"LWORK", -1}}}},
+      {nullptr, "gels", gels, nullptr, gels_base, {{{"TRANS", 'C'}}, {{"LWORK", -1}}}},
+  };
+}
+
+TEST(LapackOracle, ResultsMatchTheReference) {
+  int calls = 0;
+  for (const auto& c : oracle_calls())
+    for (char letter : {'s', 'd', 'c', 'z'}) {
+      const bool complex = letter == 'c' || letter == 'z';
+      const char* stem = complex ? c.complex_stem : c.real_stem;
+      if (stem == nullptr) continue;
+      const auto args = parse(complex && c.complex_args != nullptr ? c.complex_args : c.real_args);
+      auto cases = c.cases;
+      cases.insert(cases.begin(), std::vector<Setting>{});
+      for (const auto& changes : cases) {
+        const std::string name = std::string(1, letter) + stem;
+        if (letter == 's' || letter == 'c')
+          expect_like_reference<float>(c, name, args, changes, complex);
+        else
+          expect_like_reference<double>(c, name, args, changes, complex);
+        ++calls;
+      }
+    }
+  EXPECT_GT(calls, 250);
 }
 
 }  // namespace

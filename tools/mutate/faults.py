@@ -387,9 +387,9 @@ FAULTS = [
     Fault("typed-lda-forwards-ldb", "typed",
           "typed entries with LDA and LDB forward LDB for both",
           "tools/codegen/typed.py",
-          "call = f\"vorn_if_{r.lower}({', '.join(forwarded(p, a) for p, a in zip(entry.params, r.args))})\"",
-          "call = f\"vorn_if_{r.lower}({', '.join(forwarded(p, r.arg('LDB') if a.name == 'LDA' and r.arg('LDB') "
-          "else a) for p, a in zip(entry.params, r.args))})\"",
+          "args = [forwarded(p, a) for p, a in zip(entry.params, r.args)]",
+          "args = [forwarded(p, r.arg('LDB') if a.name == 'LDA' and r.arg('LDB') else a) "
+          "for p, a in zip(entry.params, r.args)]",
           any_of(GT_TYPED, EXAMPLE)),
     Fault("alloc-alignment-ignored", "typed",
           "the aligned allocator asks for 64-byte alignment whatever the caller's",

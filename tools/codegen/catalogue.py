@@ -67,6 +67,20 @@ class Routine:
         return any(a.is_integer_array for a in self.args)
 
 
+def split_top(text: str) -> list[str]:
+    """A DIM or length expression split at its top-level commas (one part a
+    dimension)."""
+    parts, depth, cur = [], 0, ""
+    for ch in text:
+        if ch == "," and depth == 0:
+            parts.append(cur)
+            cur = ""
+            continue
+        depth += (ch == "(") - (ch == ")")
+        cur += ch
+    return parts + [cur]
+
+
 def parse_line(line: str) -> Routine:
     fields = line.split()
     if len(fields) < 3:

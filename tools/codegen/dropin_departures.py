@@ -144,17 +144,8 @@ def evaluate(text: str, values: dict[str, int]) -> int | None:
     """An element count written in the catalogue's notation (a DIM or a
     length of the override tables), or None when it names something that
     has no value here (tree positions, options)."""
-    parts, depth, current = [], 0, ""
-    for ch in text:
-        if ch == "," and depth == 0:
-            parts.append(current)
-            current = ""
-            continue
-        depth += (ch == "(") - (ch == ")")
-        current += ch
-    parts.append(current)
     total = 1
-    for part in parts:
+    for part in catalogue.split_top(text):
         out, pos = [], 0
         while pos < len(part):
             m = _TOKEN.match(part, pos)

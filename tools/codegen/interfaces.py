@@ -3,7 +3,7 @@ frames C and D for LAPACK routines, with scratch arrays for the integer and
 logical arrays of the LAPACK routines."""
 import re
 
-from catalogue import Arg, Routine
+from catalogue import Arg, Routine, split_top
 from cxx_types import (CALLER_RESULT, LIBRARY_RESULT, caller_type, library_type,
                     local_name, param_name)
 import overrides
@@ -205,7 +205,7 @@ class Notation:
 
     def length(self, text: str) -> str:
         """An element count; a multi-dimensional DIM is the product."""
-        parts = _split_top(text)
+        parts = split_top(text)
         if len(parts) == 1:
             return self.translate(text)
         return " * ".join(f"({self.translate(part)})" for part in parts)
@@ -366,18 +366,6 @@ def _enclosed(expr: str) -> bool:
 
 def _grouped(condition: str) -> str:
     return condition if " || " not in condition or _enclosed(condition) else f"({condition})"
-
-
-def _split_top(text: str) -> list[str]:
-    parts, depth, cur = [], 0, ""
-    for ch in text:
-        if ch == "," and depth == 0:
-            parts.append(cur)
-            cur = ""
-            continue
-        depth += (ch == "(") - (ch == ")")
-        cur += ch
-    return parts + [cur]
 
 
 class ArrayPlan:

@@ -378,6 +378,12 @@ long documented_size(const Routine& r, const Arg& a, const std::map<std::string,
   return std::max(0L, Expression(dim, env).count());
 }
 
+// Rows of a column-major array: its leading dimension, else all of it.
+long rows_of(const Arg& a, const std::map<std::string, long>& env, long whole) {
+  const auto comma = a.dim.find(',');
+  return comma == std::string::npos ? whole : env.at(a.dim.substr(0, comma));
+}
+
 // The inputs, the same for both sides: random values, a dominant diagonal
 // in the square arrays named by a leading dimension, index arrays holding
 // 1, 2, ... (identity permutations, 1-by-1 pivots), selections alternating.
@@ -404,7 +410,7 @@ Call prepare(const Routine& r) {
       for (long j = 0; j < size; ++j)
         g.data[j] = a.intent == "out" ? -77 : a.kind == "l[]" ? (j % 2 == 0) : static_cast<int>(j % kN) + 1;
       if (const Fill fill = routine_input(r, a.name)) {
-        const long rows = a.dim.find(',') == std::string::npos ? size : env.at(a.dim.substr(0, a.dim.find(',')));
+        const long rows = rows_of(a, env, size);
         for (long j = 0; j < size; ++j) g.data[j] = static_cast<int>(fill({j % rows, j / rows, 0, double(g.data[j]), false}));
       }
       c.arrays.push_back(g);
@@ -429,19 +435,19 @@ Call prepare(const Routine& r) {
         }
       }
       if (const Fill fill = routine_input(r, a.name)) {
-        const long rows = comma == std::string::npos ? kN : env.at(a.dim.substr(0, comma));
         // A DIM may name its size first ("N=NL+NR+1").
         const long count = a.kind.back() == ']' ? Expression(a.dim.substr(a.dim.find('=') + 1), env).count() : 1;
+        const long rows = rows_of(a, env, count);
         const double eps = is_float(a) ? 0x1p-24 : 0x1p-53;
-        const int halves = is_complex(a) ? 2 : 1;
-        for (long k = 0; k < count * halves; ++k) {
-          const std::size_t at = static_cast<std::size_t>(k);
-          auto* f = reinterpret_cast<float*>(v.data());
-          const Element e{k / halves % rows, k / halves / rows, eps, is_float(a) ? f[at] : v[at], k % halves == 1};
+        const long halves = is_complex(a) ? 2 : 1;
+        auto* f = reinterpret_cast<float*>(v.data());
+        for (std::size_t k = 0; k < static_cast<std::size_t>(count * halves); ++k) {
+          const long element = static_cast<long>(k) / halves;
+          const Element e{element % rows, element / rows, eps, is_float(a) ? f[k] : v[k], k % 2 == 1 && halves == 2};
           if (is_float(a))
-            f[at] = static_cast<float>(fill(e));
+            f[k] = static_cast<float>(fill(e));
           else
-            v[at] = fill(e);
+            v[k] = fill(e);
         }
       }
       c.p[i] = v.data();

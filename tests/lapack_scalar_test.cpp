@@ -333,7 +333,7 @@ struct Family {
   const char* real_args;
   const char* complex_args;  // null: as real_args
   std::vector<Setting> baseline;
-  std::vector<std::vector<Setting>> cases;
+  std::vector<std::vector<Setting>> cases;  // besides the baseline
 };
 
 struct Argument {
@@ -651,13 +651,8 @@ TEST(LapackPrechecks, EigenAndSingularValueDriversLeaveWorkspaceToMkl) {
 
 enum class Fill { Random, Definite, NotDefinite, Singular };
 
-struct OracleCall {
-  const char* real_stem;     // null: no real member
-  const char* complex_stem;  // null: no complex member
-  const char* real_args;
-  const char* complex_args;  // null: as real_args
-  std::vector<Setting> baseline;
-  std::vector<std::vector<Setting>> cases;  // besides the baseline
+// A family's members called with its baseline and each of its cases.
+struct OracleCall : Family {
   Fill a = Fill::Random;
   bool function = false;  // a real function's value
 };
@@ -802,22 +797,18 @@ std::vector<OracleCall> oracle_calls() {
 TEST(LapackOracle, ResultsMatchTheReference) {
   int calls = 0;
   for (const auto& c : oracle_calls())
-    for (char letter : {'s', 'd', 'c', 'z'}) {
-      const bool complex = letter == 'c' || letter == 'z';
-      const char* stem = complex ? c.complex_stem : c.real_stem;
-      if (stem == nullptr) continue;
-      const auto args = parse(complex && c.complex_args != nullptr ? c.complex_args : c.real_args);
+    for_each_member(c, [&](const std::string& name, const std::vector<Argument>& args) {
+      const bool complex = name[0] == 'c' || name[0] == 'z';
       auto cases = c.cases;
       cases.insert(cases.begin(), std::vector<Setting>{});
       for (const auto& changes : cases) {
-        const std::string name = std::string(1, letter) + stem;
-        if (letter == 's' || letter == 'c')
+        if (name[0] == 's' || name[0] == 'c')
           expect_like_reference<float>(c, name, args, changes, complex);
         else
           expect_like_reference<double>(c, name, args, changes, complex);
         ++calls;
       }
-    }
+    });
   EXPECT_GT(calls, 250);
 }
 

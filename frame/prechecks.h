@@ -12,7 +12,7 @@
 #include <string_view>
 
 #include "frame/lp64.h"
-#include "frame/mkl_services.h"
+#include "frame/option_letters.h"
 #include "frame/report.h"
 
 namespace vorn::checks {
@@ -30,18 +30,6 @@ struct Char {
 };
 
 constexpr i64 kQuery = -1;
-
-// Letters are read from the caller's set in read-only data, not from a
-// copy on the stack.
-VORN_INLINE bool is(const char* c, const char* letter) { return mkl_serv_lsame(c, letter, 1, 1) != 0; }
-VORN_INLINE bool is(const char* c, char letter) { return mkl_serv_lsame(c, &letter, 1, 1) != 0; }
-VORN_INLINE bool one_of(const char* c, std::string_view letters) {
-#pragma GCC unroll 4
-  for (const char& letter : letters) {
-    if (is(c, &letter)) return true;
-  }
-  return false;
-}
 
 // Walks the checks in order; the first failure is reported and sticks.
 // INFO's cell starts at zero in every frame that checks (the generator

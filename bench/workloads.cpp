@@ -356,7 +356,10 @@ class Dgemv final : public Resolved {
   std::vector<double> a_, x_, y_;
 };
 
-class Dgemm final : public Resolved {
+// DGEMM, and ZGEMM on complex matrices as interleaved pairs; alpha = 1,
+// beta = 1/2.
+template <bool Complex>
+class Gemm final : public Resolved {
   using Plain = void(const char*, const char*, const int*, const int*, const int*, const double*, const double*,
                      const int*, const double*, const int*, const double*, double*, const int*);
   using Wide = void(const char*, const char*, const i64*, const i64*, const i64*, const double*, const double*,
@@ -364,32 +367,41 @@ class Dgemm final : public Resolved {
   using Fortran = void(const char*, const char*, const int*, const int*, const int*, const double*, const double*,
                        const int*, const double*, const int*, const double*, double*, const int*, std::size_t,
                        std::size_t);
+  static constexpr std::size_t kParts = Complex ? 2 : 1;
 
  public:
-  explicit Dgemm(int n)
-      : Resolved({"VORN_instable_dgemm", "mkl_blas_dgemm", "dgemm_",
-                  typed_entry(&::VORN_stable_DGEMM, &VORN::VORN_stable_DGEMM), true}),
-        n_(n), ld_(std::max(n, 1)), n64_(n), ld64_(ld_), a_(vector_of(std::size_t(ld_) * n, 1)),
-        b_(vector_of(std::size_t(ld_) * n, 2)), c_(vector_of(std::size_t(ld_) * n, 3)) {
-    // Entries in [-1/2, 1/2) keep C = AB + C/2 bounded.
+  explicit Gemm(int n)
+      : Resolved({Complex ? "VORN_instable_zgemm" : "VORN_instable_dgemm", Complex ? "mkl_blas_zgemm" : "mkl_blas_dgemm",
+                  Complex ? "zgemm_" : "dgemm_",
+                  Complex ? typed_entry(&::VORN_stable_ZGEMM, &VORN::VORN_stable_ZGEMM)
+                          : typed_entry(&::VORN_stable_DGEMM, &VORN::VORN_stable_DGEMM),
+                  true}),
+        n_(n), ld_(std::max(n, 1)), n64_(n), ld64_(ld_), a_(vector_of(kParts * ld_ * n, 1)),
+        b_(vector_of(kParts * ld_ * n, 2)), c_(vector_of(kParts * ld_ * n, 3)) {
+    // Entries in [-1/2, 1/2) keep C = AB + C/2 bounded (halved again for
+    // complex products).
     for (auto* v : {&a_, &b_})
-      for (double& e : *v) e -= 0.75;
+      for (double& e : *v) e = (e - 0.75) / static_cast<double>(kParts);
   }
   void invoke(Impl impl) override {
     switch (impl) {
       case Impl::layer:
-        fn<Plain>(impl)("N", "N", &n_, &n_, &n_, &alpha_, a_.data(), &ld_, b_.data(), &ld_, &beta_, c_.data(), &ld_);
+        fn<Plain>(impl)("N", "N", &n_, &n_, &n_, alpha_, a_.data(), &ld_, b_.data(), &ld_, beta_, c_.data(), &ld_);
         break;
       case Impl::typed:
-        fn<decltype(::VORN_stable_DGEMM)>(impl)('N', 'N', n_, n_, n_, alpha_, {a_.data()}, ld_, {b_.data()}, ld_,
-                                                beta_, {c_.data()}, ld_);
+        if constexpr (Complex)
+          fn<decltype(::VORN_stable_ZGEMM)>(impl)('N', 'N', n_, n_, n_, alpha_, {a_.data()}, ld_, {b_.data()}, ld_,
+                                                  beta_, {c_.data()}, ld_);
+        else
+          fn<decltype(::VORN_stable_DGEMM)>(impl)('N', 'N', n_, n_, n_, *alpha_, {a_.data()}, ld_, {b_.data()}, ld_,
+                                                  *beta_, {c_.data()}, ld_);
         break;
       case Impl::direct:
-        fn<Wide>(impl)("N", "N", &n64_, &n64_, &n64_, &alpha_, a_.data(), &ld64_, b_.data(), &ld64_, &beta_, c_.data(),
+        fn<Wide>(impl)("N", "N", &n64_, &n64_, &n64_, alpha_, a_.data(), &ld64_, b_.data(), &ld64_, beta_, c_.data(),
                        &ld64_);
         break;
       default:
-        fn<Fortran>(impl)("N", "N", &n_, &n_, &n_, &alpha_, a_.data(), &ld_, b_.data(), &ld_, &beta_, c_.data(), &ld_,
+        fn<Fortran>(impl)("N", "N", &n_, &n_, &n_, alpha_, a_.data(), &ld_, b_.data(), &ld_, beta_, c_.data(), &ld_,
                           1, 1);
     }
   }
@@ -397,7 +409,7 @@ class Dgemm final : public Resolved {
  private:
   int n_, ld_;
   i64 n64_, ld64_;
-  double alpha_ = 1.0, beta_ = 0.5;
+  double alpha_[2] = {1.0, 0.0}, beta_[2] = {0.5, 0.0};
   std::vector<double> a_, b_, c_;
 };
 
@@ -440,45 +452,6 @@ class Dtrsm final : public Resolved {
   std::vector<double> a_;
 };
 
-// Complex matrices as interleaved pairs; alpha = 1, beta = 1/2 as for DGEMM.
-class Zgemm final : public Resolved {
-  using Plain = void(const char*, const char*, const int*, const int*, const int*, const double*, const double*,
-                     const int*, const double*, const int*, const double*, double*, const int*);
-  using Wide = void(const char*, const char*, const i64*, const i64*, const i64*, const double*, const double*,
-                    const i64*, const double*, const i64*, const double*, double*, const i64*);
-  using Fortran = void(const char*, const char*, const int*, const int*, const int*, const double*, const double*,
-                       const int*, const double*, const int*, const double*, double*, const int*, std::size_t,
-                       std::size_t);
-
- public:
-  explicit Zgemm(int n)
-      : Resolved({"VORN_instable_zgemm", "mkl_blas_zgemm", "zgemm_",
-                  typed_entry(&::VORN_stable_ZGEMM, &VORN::VORN_stable_ZGEMM), true}),
-        n_(n), ld_(std::max(n, 1)), n64_(n), ld64_(ld_), a_(vector_of(2 * std::size_t(ld_) * n, 1)),
-        b_(vector_of(2 * std::size_t(ld_) * n, 2)), c_(vector_of(2 * std::size_t(ld_) * n, 3)) {
-    for (auto* v : {&a_, &b_})
-      for (double& e : *v) e = (e - 0.75) / 2;
-  }
-  void invoke(Impl impl) override {
-    if (impl == Impl::direct)
-      fn<Wide>(impl)("N", "N", &n64_, &n64_, &n64_, alpha_, a_.data(), &ld64_, b_.data(), &ld64_, beta_, c_.data(),
-                     &ld64_);
-    else if (impl == Impl::layer)
-      fn<Plain>(impl)("N", "N", &n_, &n_, &n_, alpha_, a_.data(), &ld_, b_.data(), &ld_, beta_, c_.data(), &ld_);
-    else if (impl == Impl::typed)
-      fn<decltype(::VORN_stable_ZGEMM)>(impl)('N', 'N', n_, n_, n_, alpha_, {a_.data()}, ld_, {b_.data()}, ld_, beta_,
-                                              {c_.data()}, ld_);
-    else
-      fn<Fortran>(impl)("N", "N", &n_, &n_, &n_, alpha_, a_.data(), &ld_, b_.data(), &ld_, beta_, c_.data(), &ld_, 1,
-                        1);
-  }
-
- private:
-  int n_, ld_;
-  i64 n64_, ld64_;
-  double alpha_[2] = {1.0, 0.0}, beta_[2] = {0.5, 0.0};
-  std::vector<double> a_, b_, c_;
-};
 
 // ---------------------------------------------------------------------------
 // LAPACK, scalar arguments only. The factorisations overwrite A, so every
@@ -746,9 +719,9 @@ const std::vector<Routine>& routines() {
       {"DDOT", Family::level1, false, 0, {0, 16, 256, 4096, 262144}, {0, 16}, linear, make<Ddot>},
       {"IDAMAX", Family::level1, false, 0, {0, 16, 256, 4096, 262144}, {0, 16}, scan, make<Idamax>},
       {"DGEMV", Family::level23, false, 0, {0, 4, 32, 256, 1024}, {0, 4}, square, make<Dgemv>},
-      {"DGEMM", Family::level23, false, 0, {0, 4, 32, 128, 256}, {0, 4}, cube, make<Dgemm>},
+      {"DGEMM", Family::level23, false, 0, {0, 4, 32, 128, 256}, {0, 4}, cube, make<Gemm<false>>},
       {"DTRSM", Family::level23, false, 0, {0, 4, 32, 128, 256}, {0, 4}, triangle, make<Dtrsm>},
-      {"ZGEMM", Family::level23, false, 0, {0, 4, 32, 128, 256}, {0, 4}, complex_cube, make<Zgemm>},
+      {"ZGEMM", Family::level23, false, 0, {0, 4, 32, 128, 256}, {0, 4}, complex_cube, make<Gemm<true>>},
       {"DPOTRF", Family::lapack, true, 0, {0, 4, 32, 128, 512}, {0, 4}, cholesky, make<Dpotrf>},
       {"DGEQRF", Family::lapack, true, 0, {0, 4, 32, 128, 256}, {0, 4}, qr, make<Dgeqrf>},
       {"DDOTI", Family::scratch, false, 1, {0, 16, 256, 4096, 262144}, {0, 16}, linear, make<Ddoti>},

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cctype>
 #include <cstdio>
+#include <cstring>
 #include <fstream>
 #include <map>
 #include <set>
@@ -150,6 +151,40 @@ TEST_F(Exports, LevelOneAndServiceRoutinesArePresent) {
       EXPECT_TRUE(exported_->count(kPrefix + name)) << name;
     }
   }
+}
+
+// The code addresses a call passes through by jumps alone, from `entry`.
+std::vector<const unsigned char*> jump_chain(const void* entry) {
+  std::vector<const unsigned char*> chain{static_cast<const unsigned char*>(entry)};
+  for (const unsigned char* c = chain.back(); chain.size() < 8; c = chain.back()) {
+    if (c[0] == 0xF3 && c[1] == 0x0F && c[2] == 0x1E && c[3] == 0xFA) c += 4;  // endbr64
+    int rel = 0;
+    if (c[0] == 0xE9) {
+      std::memcpy(&rel, c + 1, 4);
+      chain.push_back(c + 5 + rel);
+    } else if (c[0] == 0xEB) {
+      chain.push_back(c + 2 + static_cast<signed char>(c[1]));
+    } else if (c[0] == 0xFF && c[1] == 0x25) {
+      std::memcpy(&rel, c + 2, 4);
+      chain.push_back(*reinterpret_cast<const unsigned char* const*>(c + 6 + rel));
+    } else {
+      break;
+    }
+  }
+  return chain;
+}
+
+// XERBLA reaches MKL's default handler through its own function; xerbla
+// through a chain that passes that same function.
+TEST_F(Exports, XerblaSpellingsJumpToTheDefaultTheLowerThroughTheUpper) {
+  const auto mkl_default = static_cast<const unsigned char*>(dlsym(RTLD_DEFAULT, "mkl_serv_default_xerbla"));
+  const auto upper = jump_chain(dlsym(handle_, "VORN_instable_XERBLA"));
+  const auto lower = jump_chain(dlsym(handle_, "VORN_instable_xerbla"));
+  ASSERT_EQ(upper.size(), 3u) << "export, interface function, default handler";
+  EXPECT_EQ(upper.back(), mkl_default);
+  ASSERT_GT(lower.size(), 3u);
+  EXPECT_EQ(lower.back(), mkl_default);
+  EXPECT_NE(std::find(lower.begin() + 1, lower.end(), upper[1]), lower.end());
 }
 
 TEST_F(Exports, InterfaceFunctionsAreHidden) {

@@ -14,7 +14,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <fstream>
 #include <functional>
 #include <map>
 #include <random>
@@ -524,28 +523,6 @@ bool valid_for_reference(const Entry& e, const Call& call) {
   return ok;
 }
 
-TEST_F(TypedEntries, EveryRoutineOfTheFamilyHasAValidCallDescription) {
-  std::ifstream in(std::string(VORN_ROUTINE_GROUPS).substr(0, std::string(VORN_ROUTINE_GROUPS).rfind('/')) +
-                   "/typed_entries.txt");
-  std::size_t listed = 0;
-  for (std::string line; std::getline(in, line);) {
-    if (line.empty() || line[0] == '#') continue;
-    ++listed;
-    const std::string name = line.substr(0, line.find(' '));
-    EXPECT_TRUE(descriptions().count(name)) << name;
-  }
-  EXPECT_EQ(listed, 118u);
-  EXPECT_EQ(descriptions().size(), 118u);
-  for (const Entry& e : provided_entries()) {
-    SCOPED_TRACE(e.name);
-    Call call;
-    std::string error;
-    ASSERT_TRUE(parse(descriptions().at(e.name).call, e.elems, call, error)) << error;
-    valid_for_reference(e, call);
-    for (const BadArgument& bad : descriptions().at(e.name).bad) ASSERT_LT(bad.slot, static_cast<int>(e.elems.size()));
-  }
-}
-
 TEST_F(TypedEntries, TypedCallsComputeAndReportWhatThePlainOnesDo) {
   const auto entries = provided_entries();
   ASSERT_FALSE(entries.empty());
@@ -625,26 +602,6 @@ std::string demangle(const std::string& name) {
   return s;
 }
 
-TEST(TypedExports, ATypedEntryIsExportedExactlyWhenItsPlainRoutineIs) {
-  const std::set<std::string> exported = dynamic_exports();
-  std::set<std::string> typed;
-  for (const auto& n : exported) {
-    const std::string d = demangle(n);
-    if (d.rfind("VORN_stable_", 0) == 0) typed.insert(d.substr(12, d.find('(') - 12));
-  }
-  std::size_t provided = 0;
-  for (const auto& [name, description] : descriptions()) {
-    std::string lower = name;
-    for (auto& c : lower) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-    const bool plain = exported.count("VORN_instable_" + lower) > 0;
-    EXPECT_EQ(typed.count(name) > 0, plain) << name;
-    provided += plain;
-  }
-  EXPECT_EQ(typed.size(), provided);
-  EXPECT_EQ(provided_entries().size(), provided);
-  std::printf("[ typed    ] %zu of 118 typed entries exported\n", provided);
-}
-
 TEST(TypedExports, DecoratedNamesAreThoseOfTheDeclaredSignatures) {
   const std::set<std::string> exported = dynamic_exports();
   for (const char* n : {"_Z21VORN_MKL_AlignedAllociy", "_Z20VORN_MKL_AlignedFreePv",
@@ -670,25 +627,6 @@ TEST(TypedExports, DecoratedNamesAreThoseOfTheDeclaredSignatures) {
     EXPECT_TRUE(demangled.count("VORN_stable_DGGLSE(int, int, int, double*, int, double*, int, double*, double*, "
                                 "double*, double*, int, int&)"));
   }
-}
-
-// Every declared name links and resolves into the library itself.
-TEST(TypedExports, EveryDeclaredNameResolvesIntoTheLibrary) {
-  std::vector<std::pair<const char*, void*>> declared = {
-      {"VORN_MKL_AlignedAlloc", reinterpret_cast<void*>(&VORN_MKL_AlignedAlloc)},
-      {"VORN_MKL_AlignedFree", reinterpret_cast<void*>(&VORN_MKL_AlignedFree)},
-      {"VORN_instable_dcsrmultcsr", reinterpret_cast<void*>(&VORN_instable_dcsrmultcsr)},
-      {"VORN_instable_zcsrmultcsr", reinterpret_cast<void*>(&VORN_instable_zcsrmultcsr)},
-  };
-#define VORN_TYPED_ADDRESS(UP, low) declared.emplace_back(#UP, reinterpret_cast<void*>(&VORN_stable_##UP));
-  VORN_STABLE_ENTRIES(VORN_TYPED_ADDRESS)
-#undef VORN_TYPED_ADDRESS
-  std::set<void*> distinct;
-  for (const auto& [name, address] : declared) {
-    EXPECT_TRUE(observe::in_layer(address)) << name;
-    distinct.insert(address);
-  }
-  EXPECT_EQ(distinct.size(), declared.size());
 }
 
 }  // namespace

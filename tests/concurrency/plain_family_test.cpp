@@ -4,6 +4,9 @@
 // at a time. Built with ThreadSanitizer in CI as well.
 #include <gtest/gtest.h>
 
+#include <dlfcn.h>
+
+#include <atomic>
 #include <barrier>
 #include <functional>
 #include <random>
@@ -12,6 +15,30 @@
 #include <vector>
 
 #include "vorn_instable.h"
+
+using i64 = long long;
+
+namespace {
+// While set, each call reaching MKL's DGETRS waits here until the other
+// thread's call has reached it too.
+std::barrier<>* g_both_inside = nullptr;
+std::atomic<int> g_foreign_values{0};
+thread_local i64 t_own_n = 0;
+}  // namespace
+
+// The executable's DGETRS entry comes first: it sees the 64-bit cells the
+// layer hands MKL while another call is inside MKL as well.
+extern "C" void mkl_lapack_dgetrs(const char* trans, const i64* n, const i64* nrhs, const double* a, const i64* lda,
+                                  const i64* ipiv, double* b, const i64* ldb, i64* info, int ltrans) {
+  if (g_both_inside != nullptr) {
+    g_both_inside->arrive_and_wait();
+    if (*n != t_own_n || *lda != t_own_n || *ldb != t_own_n) ++g_foreign_values;
+  }
+  using F = void (*)(const char*, const i64*, const i64*, const double*, const i64*, const i64*, double*, const i64*,
+                     i64*, int);
+  static const auto real = reinterpret_cast<F>(dlsym(RTLD_NEXT, "mkl_lapack_dgetrs"));
+  real(trans, n, nrhs, a, lda, ipiv, b, ldb, info, ltrans);
+}
 
 namespace {
 
@@ -133,6 +160,30 @@ TEST(PlainFamilyConcurrency, ThreadsGetWhatOneCallAtATimeGets) {
   }
   for (auto& th : threads) th.join();
   for (int t = 0; t < kThreads; ++t) EXPECT_TRUE(mismatches[t].empty()) << "thread " << t << ": " << mismatches[t][0];
+}
+
+// Two calls inside MKL at once each find their own sizes behind the
+// pointers: the 64-bit cells belong to the call, not to the routine.
+TEST(PlainFamilyConcurrency, CallsInsideMklAtOnceKeepTheirOwnCells) {
+  std::barrier both(2);
+  g_both_inside = &both;
+  std::vector<std::thread> threads;
+  for (int n : {3, 5})
+    threads.emplace_back([n] {
+      t_own_n = n;
+      std::vector<double> a(n * n, 0.0), b(n, 1.0);
+      for (int i = 0; i < n; ++i) a[i + i * n] = 2.0;
+      std::vector<int> ipiv(n);
+      for (int i = 0; i < n; ++i) ipiv[i] = i + 1;
+      const int nrhs = 1;
+      int info = -5;
+      VORN_instable_dgetrs("N", &n, &nrhs, a.data(), &n, ipiv.data(), b.data(), &n, &info);
+      EXPECT_EQ(info, 0);
+      EXPECT_EQ(b, std::vector<double>(n, 0.5));
+    });
+  for (auto& th : threads) th.join();
+  g_both_inside = nullptr;
+  EXPECT_EQ(g_foreign_values, 0);
 }
 
 }  // namespace

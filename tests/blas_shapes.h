@@ -82,15 +82,7 @@ struct Routine {
   }
   // A real A with complex B and C.
   bool real_a() const { return name == "SCGEMM" || name == "DZGEMM"; }
-  bool complex_data() const { return name[0] == 'C' || name[0] == 'Z' || real_a(); }
   bool single() const { return name[0] == 'S' || name[0] == 'C'; }
-  // Hermitian matrix routines (CHEMV ... ZHER2K): their diagonals are real.
-  bool hermitian() const { return complex_data() && name[1] == 'H'; }
-  // Triangular solves, which want a well-conditioned matrix.
-  bool solve() const {
-    const std::string tail = name.substr(name.size() - 2);
-    return name[1] == 'T' && (tail == "SV" || tail == "SM");
-  }
   // The reference routine that checks and computes the same call: the
   // extensions without a reference counterpart use ?GEMM.
   std::string reference_name() const {
@@ -227,32 +219,30 @@ inline std::vector<Word> words(const Routine& r, Tuple& t, Buffers& b, bool leng
 }
 
 namespace detail {
-template <std::size_t... I>
-void call_words(void* f, const Word* w, std::index_sequence<I...>) {
-  using Fn = void (*)(decltype(I, Word{})...);
-  reinterpret_cast<Fn>(f)(w[I]...);
+template <class Ret, std::size_t... I>
+Ret call_words(void* f, const Word* w, std::index_sequence<I...>) {
+  return reinterpret_cast<Ret (*)(decltype(I, Word{})...)>(f)(w[I]...);
 }
-template <std::size_t N>
-void call_n(void* f, const Word* w) {
-  call_words(f, w, std::make_index_sequence<N>{});
-}
-template <std::size_t... N>
+template <class Ret, std::size_t... N>
 constexpr auto call_table(std::index_sequence<N...>) {
-  return std::array<void (*)(void*, const Word*), sizeof...(N)>{&call_n<N>...};
+  return std::array<Ret (*)(void*, const Word*), sizeof...(N)>{
+      [](void* f, const Word* w) { return call_words<Ret>(f, w, std::make_index_sequence<N>{}); }...};
 }
 }  // namespace detail
 
-// Calls a subroutine with exactly these words as its arguments.
-inline void call(void* f, const std::vector<Word>& w) {
-  static constexpr auto table = detail::call_table(std::make_index_sequence<20>{});
+// Calls a routine with exactly these words as its arguments.
+template <class Ret = void>
+Ret call(void* f, const std::vector<Word>& w) {
+  static constexpr auto table = detail::call_table<Ret>(std::make_index_sequence<20>{});
   if (w.size() >= table.size()) std::abort();
-  table[w.size()](f, w.data());
+  return table[w.size()](f, w.data());
 }
 
-inline void* layer_entry(const Routine& r) {
-  void* f = dlsym(RTLD_DEFAULT, ("VORN_instable_" + r.lower()).c_str());
+// The layer's entry of that spelling (e.g. "dgemv" or "DGEMV").
+inline void* layer_entry(const std::string& spelling) {
+  void* f = dlsym(RTLD_DEFAULT, ("VORN_instable_" + spelling).c_str());
   if (f == nullptr) {
-    std::fprintf(stderr, "blas_shapes: the library does not export VORN_instable_%s\n", r.lower().c_str());
+    std::fprintf(stderr, "blas_shapes: the library does not export VORN_instable_%s\n", spelling.c_str());
     std::abort();
   }
   return f;
@@ -265,7 +255,7 @@ inline void* reference_entry(const Routine& r) {
 
 // The layer's level 2 entries read the caller's character lengths; the
 // level 3 ones take none. The reference always takes them.
-inline void call_layer(const Routine& r, Tuple& t, Buffers& b) { call(layer_entry(r), words(r, t, b, r.level == 2)); }
+inline void call_layer(const Routine& r, Tuple& t, Buffers& b) { call(layer_entry(r.lower()), words(r, t, b, r.level == 2)); }
 inline void call_reference(const Routine& r, Tuple& t, Buffers& b) { call(reference_entry(r), words(r, t, b, true)); }
 
 }  // namespace blas_shapes

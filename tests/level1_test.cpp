@@ -71,22 +71,18 @@ struct Routine {
   std::string name, args;
   char type, result;
   bool complex() const { return type == 'c' || type == 'z'; }
-  std::string lower() const {
-    std::string s = name;
-    for (char& c : s) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-    return s;
-  }
+  std::string lower() const { return blas_shapes::lower(name); }
 };
 
-std::vector<Routine> routines(const Family* begin, const Family* end) {
+template <std::size_t N>
+std::vector<Routine> routines(const Family (&families)[N]) {
   std::vector<Routine> out;
-  for (const Family* f = begin; f != end; ++f) {
-    std::string args;
-    for (const char* c = f->args; *c; ++c)
-      if (*c != ' ') args += *c;
-    std::istringstream names(f->names);
+  for (const Family& f : families) {
+    std::string args = f.args;
+    args.erase(std::remove(args.begin(), args.end(), ' '), args.end());
+    std::istringstream names(f.names);
     for (std::string entry; names >> entry;)
-      out.push_back({entry.substr(0, entry.size() - 2), args, entry.back(), f->result});
+      out.push_back({entry.substr(0, entry.size() - 2), args, entry.back(), f.result});
   }
   return out;
 }
@@ -161,15 +157,13 @@ void invoke(void* f, char result, Call<R>& c, bool hidden) {
     case 'd': c.value = blas_shapes::call<double>(f, w); break;
     case 'i': c.value = blas_shapes::call<int>(f, w); break;
     case 'h':
-      if (hidden) {
-        w.insert(w.begin(), reinterpret_cast<Word>(c.hidden.data()));
-        blas_shapes::call(f, w);
-      } else {
+      if (!hidden) {
         const auto z = blas_shapes::call<std::complex<R>>(f, w);
-        c.hidden[0] = z.real();
-        c.hidden[1] = z.imag();
+        c.hidden[0] = z.real(), c.hidden[1] = z.imag();
+        break;
       }
-      break;
+      w.insert(w.begin(), reinterpret_cast<Word>(c.hidden.data()));
+      [[fallthrough]];
     default: blas_shapes::call(f, w);
   }
 }
@@ -237,7 +231,7 @@ void level1(const Routine& r) {
 }
 
 TEST(Level1, MatchTheOracleAndTouchNothingElse) {
-  for (const Routine& r : routines(std::begin(kLevel1), std::end(kLevel1))) {
+  for (const Routine& r : routines(kLevel1)) {
     if (r.type == 's' || r.type == 'c') level1<float>(r);
     else level1<double>(r);
   }
@@ -297,12 +291,10 @@ void sparse(const Routine& r) {
     for (const auto& e : observe::events())
       if (e.kind == observe::Kind::Allocate || e.kind == observe::Kind::Deallocate) blocks.push_back(e);
     ASSERT_EQ(blocks.size(), 2u) << where;
-    EXPECT_EQ(blocks[0].kind, observe::Kind::Allocate) << where;
-    EXPECT_EQ(blocks[0].bytes, static_cast<std::size_t>(std::max(nz, 1)) * 8) << where;
-    EXPECT_EQ(blocks[0].alignment, 128) << where;
-    EXPECT_EQ(blocks[1].pointer, blocks[0].pointer) << where;
-    EXPECT_EQ(observe::outstanding_blocks(), 0u) << where;
-    EXPECT_TRUE(observe::reports().empty()) << where;
+    EXPECT_TRUE(blocks[0].kind == observe::Kind::Allocate && blocks[0].alignment == 128 &&
+                blocks[0].bytes == static_cast<std::size_t>(std::max(nz, 1)) * 8 && blocks[1].pointer == blocks[0].pointer)
+        << where << ": " << blocks[0].bytes << " bytes";
+    EXPECT_TRUE(observe::outstanding_blocks() == 0 && observe::reports().empty()) << where;
   }
   // Refused scratch memory: reported under the routine's own name, and
   // nothing of the caller's written.
@@ -321,7 +313,7 @@ void sparse(const Routine& r) {
 }
 
 TEST(SparseLevel1, MatchTheDenseOperationThroughOneScratchArray) {
-  for (const Routine& r : routines(std::begin(kSparse), std::end(kSparse))) {
+  for (const Routine& r : routines(kSparse)) {
     if (r.type == 's' || r.type == 'c') sparse<float>(r);
     else sparse<double>(r);
   }

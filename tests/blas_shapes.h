@@ -224,7 +224,9 @@ inline void* reference_entry(const Routine& r) { return reference::symbol((lower
 
 // The layer's level 2 entries read the caller's character lengths; the
 // level 3 ones take none. The reference always takes them.
-inline void call_layer(const Routine& r, Tuple& t, Buffers& b) { call(layer_entry(r.lower()), words(r, t, b, r.level == 2)); }
+inline void call_layer(const Routine& r, Tuple& t, Buffers& b) {
+  call(layer_entry(r.lower()), words(r, t, b, r.level == 2));
+}
 inline void call_reference(const Routine& r, Tuple& t, Buffers& b) { call(reference_entry(r), words(r, t, b, true)); }
 
 }  // namespace blas_shapes

@@ -291,8 +291,9 @@ void sparse(const Routine& r) {
     for (const auto& e : observe::events())
       if (e.kind == observe::Kind::Allocate || e.kind == observe::Kind::Deallocate) blocks.push_back(e);
     ASSERT_EQ(blocks.size(), 2u) << where;
+    const std::size_t bytes = static_cast<std::size_t>(std::max(nz, 1)) * 8;
     EXPECT_TRUE(blocks[0].kind == observe::Kind::Allocate && blocks[0].alignment == 128 &&
-                blocks[0].bytes == static_cast<std::size_t>(std::max(nz, 1)) * 8 && blocks[1].pointer == blocks[0].pointer)
+                blocks[0].bytes == bytes && blocks[1].pointer == blocks[0].pointer)
         << where << ": " << blocks[0].bytes << " bytes";
     EXPECT_TRUE(observe::outstanding_blocks() == 0 && observe::reports().empty()) << where;
   }

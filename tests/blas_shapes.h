@@ -7,6 +7,7 @@
 #pragma once
 #include <dlfcn.h>
 
+#include <algorithm>
 #include <array>
 #include <cctype>
 #include <cstdint>
@@ -39,18 +40,18 @@ inline bool is_integer(Role r) { return !is_letter(r) && static_cast<int>(r) < k
 inline bool is_checked(Role r) { return static_cast<int>(r) < kLetterRoles + kIntegerRoles; }
 
 inline Role role_named(const std::string& token) {
-  static const std::pair<const char*, Role> names[] = {
-      {"trans", Role::Trans}, {"transa", Role::TransA}, {"transb", Role::TransB}, {"uplo", Role::Uplo},
-      {"diag", Role::Diag},   {"side", Role::Side},     {"m", Role::M},           {"n", Role::N},
-      {"k", Role::K},         {"kl", Role::KL},         {"ku", Role::KU},         {"lda", Role::Lda},
-      {"ldb", Role::Ldb},     {"ldc", Role::Ldc},       {"incx", Role::IncX},     {"incy", Role::IncY},
-      {"alpha", Role::Alpha}, {"beta", Role::Beta},     {"a", Role::A},           {"ap", Role::AP},
-      {"b", Role::B},         {"c", Role::C},           {"x", Role::X},           {"y", Role::Y}};
-  for (const auto& [n, r] : names) {
-    if (token == n) return r;
-  }
+  static const char* const names[] = {"trans", "transa", "transb", "uplo", "diag", "side", "m", "n",
+                                      "k", "kl", "ku", "lda", "ldb", "ldc", "incx", "incy",
+                                      "alpha", "beta", "a", "ap", "b", "c", "x", "y"};
+  for (std::size_t i = 0; i < std::size(names); ++i)
+    if (token == names[i]) return static_cast<Role>(i);
   std::fprintf(stderr, "blas_shapes: unknown role %s\n", token.c_str());
   std::abort();
+}
+
+inline std::string lower(std::string s) {
+  for (char& c : s) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+  return s;
 }
 
 // Letters each option accepts somewhere (the precision may narrow them).
@@ -69,28 +70,11 @@ struct Routine {
   std::vector<Role> roles;
   int level;
 
-  std::string lower() const {
-    std::string s = name;
-    for (char& c : s) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-    return s;
-  }
-  bool has(Role r) const {
-    for (Role x : roles) {
-      if (x == r) return true;
-    }
-    return false;
-  }
+  std::string lower() const { return blas_shapes::lower(name); }
+  bool has(Role r) const { return std::find(roles.begin(), roles.end(), r) != roles.end(); }
   // A real A with complex B and C.
   bool real_a() const { return name == "SCGEMM" || name == "DZGEMM"; }
-  bool complex_data() const { return name[0] == 'C' || name[0] == 'Z' || real_a(); }
   bool single() const { return name[0] == 'S' || name[0] == 'C'; }
-  // Hermitian matrix routines (CHEMV ... ZHER2K): their diagonals are real.
-  bool hermitian() const { return complex_data() && name[1] == 'H'; }
-  // Triangular solves, which want a well-conditioned matrix.
-  bool solve() const {
-    const std::string tail = name.substr(name.size() - 2);
-    return name[1] == 'T' && (tail == "SV" || tail == "SM");
-  }
   // The reference routine that checks and computes the same call: the
   // extensions without a reference counterpart use ?GEMM.
   std::string reference_name() const {
@@ -152,21 +136,17 @@ struct Tuple {
   char letter(Role r) const { return letters[static_cast<int>(r)]; }
   int integer(Role r) const { return integers[static_cast<int>(r) - kLetterRoles]; }
 
+  // Letters with their codes (they may be unprintable), integers, "." for the rest.
   std::string describe(const Routine& routine) const {
     std::ostringstream s;
     s << routine.name << "(";
     for (Role r : routine.roles) {
-      if (is_letter(r)) {
-        s << "'" << (std::isprint(static_cast<unsigned char>(letter(r))) ? letter(r) : '?') << "'("
-          << static_cast<int>(static_cast<unsigned char>(letter(r))) << ") ";
-      } else if (is_integer(r)) {
-        s << integer(r) << " ";
-      } else {
-        s << ". ";
-      }
+      const unsigned char c = is_letter(r) ? letter(r) : 0;
+      if (is_letter(r)) s << "'" << (std::isprint(c) ? static_cast<char>(c) : '?') << "'(" << int{c} << ") ";
+      else if (is_integer(r)) s << integer(r) << " ";
+      else s << ". ";
     }
-    s << ")";
-    return s.str();
+    return s.str() + ")";
   }
 };
 
@@ -185,22 +165,13 @@ class Buffers {
     if (r == Role::Beta) return beta;
     return of(r).data() + offset_;
   }
-  std::size_t offset() const { return offset_; }
 
   double alpha[2] = {0, 0};
   double beta[2] = {0, 0};
 
  private:
-  static int slot(Role r) {
-    switch (r) {
-      case Role::A: case Role::AP: return 0;
-      case Role::B: return 1;
-      case Role::C: return 2;
-      case Role::X: return 3;
-      case Role::Y: return 4;
-      default: std::abort();
-    }
-  }
+  // A and AP share the first buffer; B, C, X, Y follow in their order.
+  static int slot(Role r) { return std::max(0, static_cast<int>(r) - static_cast<int>(Role::AP)); }
   std::size_t offset_;
   std::array<std::vector<double>, 5> storage_;
 };
@@ -213,59 +184,49 @@ inline std::vector<Word> words(const Routine& r, Tuple& t, Buffers& b, bool leng
   std::vector<Word> w;
   int letters = 0;
   for (Role role : r.roles) {
-    if (is_letter(role)) {
-      w.push_back(reinterpret_cast<Word>(&t.letters[static_cast<int>(role)]));
-      ++letters;
-    } else if (is_integer(role)) {
-      w.push_back(reinterpret_cast<Word>(&t.integers[static_cast<int>(role) - kLetterRoles]));
-    } else {
-      w.push_back(reinterpret_cast<Word>(b.start(role)));
-    }
+    letters += is_letter(role);
+    w.push_back(is_letter(role)    ? reinterpret_cast<Word>(&t.letter(role))
+                : is_integer(role) ? reinterpret_cast<Word>(&t.integer(role))
+                                   : reinterpret_cast<Word>(b.start(role)));
   }
   if (lengths) w.insert(w.end(), letters, Word{1});
   return w;
 }
 
 namespace detail {
-template <std::size_t... I>
-void call_words(void* f, const Word* w, std::index_sequence<I...>) {
-  using Fn = void (*)(decltype(I, Word{})...);
-  reinterpret_cast<Fn>(f)(w[I]...);
+template <class Ret, std::size_t... I>
+Ret call_words(void* f, const Word* w, std::index_sequence<I...>) {
+  return reinterpret_cast<Ret (*)(decltype(I, Word{})...)>(f)(w[I]...);
 }
-template <std::size_t N>
-void call_n(void* f, const Word* w) {
-  call_words(f, w, std::make_index_sequence<N>{});
-}
-template <std::size_t... N>
+template <class Ret, std::size_t... N>
 constexpr auto call_table(std::index_sequence<N...>) {
-  return std::array<void (*)(void*, const Word*), sizeof...(N)>{&call_n<N>...};
+  return std::array<Ret (*)(void*, const Word*), sizeof...(N)>{
+      [](void* f, const Word* w) { return call_words<Ret>(f, w, std::make_index_sequence<N>{}); }...};
 }
 }  // namespace detail
 
-// Calls a subroutine with exactly these words as its arguments.
-inline void call(void* f, const std::vector<Word>& w) {
-  static constexpr auto table = detail::call_table(std::make_index_sequence<20>{});
+// Calls a routine with exactly these words as its arguments.
+template <class Ret = void>
+Ret call(void* f, const std::vector<Word>& w) {
+  static constexpr auto table = detail::call_table<Ret>(std::make_index_sequence<20>{});
   if (w.size() >= table.size()) std::abort();
-  table[w.size()](f, w.data());
+  return table[w.size()](f, w.data());
 }
 
-inline void* layer_entry(const Routine& r) {
-  void* f = dlsym(RTLD_DEFAULT, ("VORN_instable_" + r.lower()).c_str());
-  if (f == nullptr) {
-    std::fprintf(stderr, "blas_shapes: the library does not export VORN_instable_%s\n", r.lower().c_str());
-    std::abort();
-  }
+// The layer's entry of that spelling (e.g. "dgemv" or "DGEMV").
+inline void* layer_entry(const std::string& spelling) {
+  void* f = dlsym(RTLD_DEFAULT, ("VORN_instable_" + spelling).c_str());
+  if (f == nullptr) std::fprintf(stderr, "blas_shapes: no VORN_instable_%s\n", spelling.c_str()), std::abort();
   return f;
 }
 
-inline void* reference_entry(const Routine& r) {
-  Routine ref{r.reference_name(), r.roles, r.level};
-  return reference::symbol((ref.lower() + "_").c_str());
-}
+inline void* reference_entry(const Routine& r) { return reference::symbol((lower(r.reference_name()) + "_").c_str()); }
 
 // The layer's level 2 entries read the caller's character lengths; the
 // level 3 ones take none. The reference always takes them.
-inline void call_layer(const Routine& r, Tuple& t, Buffers& b) { call(layer_entry(r), words(r, t, b, r.level == 2)); }
+inline void call_layer(const Routine& r, Tuple& t, Buffers& b) {
+  call(layer_entry(r.lower()), words(r, t, b, r.level == 2));
+}
 inline void call_reference(const Routine& r, Tuple& t, Buffers& b) { call(reference_entry(r), words(r, t, b, true)); }
 
 }  // namespace blas_shapes

@@ -297,3 +297,64 @@ TEST_F(LapackDropinDeathTest, TheCompanionLibraryIsNotItsOwnReference) {
 }
 
 }  // namespace
+
+// ------------------------------------------------------------ libblas.so.3
+
+extern "C" {
+double dasum_(const int*, const double*, const int*);
+void zdscal_(const int*, const double*, double*, const int*);
+void dtrmv_(const char*, const char*, const char*, const int*, const double*, const int*, double*, const int*,
+            std::size_t, std::size_t, std::size_t);
+}
+
+namespace {
+std::vector<int> seen_trmv_lengths;
+}
+
+// The layer's level 2 entries take their option lengths (as ILAENV above).
+extern "C" __attribute__((visibility("default"))) void VORN_instable_dtrmv(const char* uplo, const char* trans,
+                                                                          const char* diag, const int* n,
+                                                                          const double* a, const int* lda,
+                                                                          double* x, const int* incx, int uplo_len,
+                                                                          int trans_len, int diag_len) {
+  seen_trmv_lengths = {uplo_len, trans_len, diag_len};
+  using Entry = void (*)(const char*, const char*, const char*, const int*, const double*, const int*, double*,
+                         const int*, int, int, int);
+  static const auto next = reinterpret_cast<Entry>(dlsym(RTLD_NEXT, "VORN_instable_dtrmv"));
+  next(uplo, trans, diag, n, a, lda, x, incx, uplo_len, trans_len, diag_len);
+}
+
+namespace {
+
+TEST_F(LapackDropin, BlasLevel2ForwardersPassTheOptionLengths) {
+  // Options spelled out, as a Fortran program may pass them.
+  const int n = 3, lda = 4, inc = 1;
+  const auto a = random_matrix(lda, n, 5);
+  auto x = random_matrix(n, 1, 6), x_ref = x;
+  dtrmv_("Upper", "No transpose", "Non-unit", &n, a.data(), &lda, x.data(), &inc, 5, 12, 8);
+  EXPECT_EQ(seen_trmv_lengths, (std::vector<int>{5, 12, 8}));
+  using Trmv = void (*)(const char*, const char*, const char*, const int*, const double*, const int*, double*,
+                        const int*, std::size_t, std::size_t, std::size_t);
+  reference().fn<Trmv>("dtrmv_")("Upper", "No transpose", "Non-unit", &n, a.data(), &lda, x_ref.data(), &inc, 5, 12,
+                                 8);
+  expect_near(x, x_ref, 1e-14);
+}
+
+TEST_F(LapackDropin, BlasAsumAndScalReturnAtOnceForIncrementsBelowOne) {
+  // The computational library would walk |INCX| (or stay on the first
+  // element) where the reference returns at once.
+  const int n = 3;
+  const double two = 2;
+  const std::vector<double> x = {1.5, -2, 3, 4, -5, 6};
+  using Asum = double (*)(const int*, const double*, const int*);
+  using Scal = void (*)(const int*, const double*, double*, const int*);
+  for (const int inc : {0, -1}) {
+    EXPECT_EQ(dasum_(&n, x.data(), &inc), reference().fn<Asum>("dasum_")(&n, x.data(), &inc)) << inc;
+    auto y = x, y_ref = x;
+    zdscal_(&n, &two, y.data(), &inc);
+    reference().fn<Scal>("zdscal_")(&n, &two, y_ref.data(), &inc);
+    EXPECT_EQ(y, y_ref) << inc;
+  }
+}
+
+}  // namespace

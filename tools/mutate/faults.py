@@ -44,7 +44,7 @@ def suites(*prefixes: str) -> str:
 
 # GoogleTest suites of vorn_tests, by the part of the library they test.
 GT_LEVEL1 = suites("Level1", "SparseLevel1")
-GT_CHECKERS = r"^Level2And3/|^Edge\."
+GT_CHECKERS = r"^Level2And3/|^GemmExtensions\."
 GT_LAPACK = any_of(suites("Lapack", "LapackOracle", "LapackScalars", "LapackHooks", "LapackWidening",
                           "LapackPrechecks", "Workspace", "Logical", "DivideConquer"),
                    r"KernelUnderReferenceCaller", r"^lapack_arrays_guard_pages$")

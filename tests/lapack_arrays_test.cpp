@@ -81,28 +81,25 @@ struct Out {
   std::vector<double> reals;  // to the row's relative tolerance
   std::vector<int> kept;      // the layer leaves these as the caller set them
   std::vector<int> set;       // the layer writes these (what, the reference does not fix)
-  Out& i(const std::vector<int>& v, size_t from = 0, size_t to = SIZE_MAX) {
-    ints.insert(ints.end(), v.begin() + from, v.begin() + std::min(to, v.size()));
+  template <class T>
+  static std::vector<T> part(const std::vector<T>& v, size_t from = 0, size_t to = SIZE_MAX) {
+    return {v.begin() + from, v.begin() + std::min(to, v.size())};
+  }
+  template <class T>
+  Out& put(std::vector<T>& out, const std::vector<T>& v) {
+    out.insert(out.end(), v.begin(), v.end());
     return *this;
   }
-  Out& i(int v) { return i(std::vector<int>{v}); }
-  Out& r(std::initializer_list<double> v) { return r(std::vector<double>(v)); }
-  Out& r(const std::vector<double>& v, size_t count = SIZE_MAX) {
-    reals.insert(reals.end(), v.begin(), v.begin() + std::min(count, v.size()));
-    return *this;
-  }
+  Out& i(const std::vector<int>& v, size_t from = 0, size_t to = SIZE_MAX) { return put(ints, part(v, from, to)); }
+  Out& i(int v) { return put(ints, {v}); }
+  Out& r(const std::vector<double>& v, size_t count = SIZE_MAX) { return put(reals, part(v, 0, count)); }
+  Out& r(std::initializer_list<double> v) { return put(reals, std::vector<double>(v)); }
   Out& r(const std::vector<zd>& v) {
-    for (const zd& z : v) reals.insert(reals.end(), {z.real(), z.imag()});
-    return *this;
+    const auto* x = reinterpret_cast<const double*>(v.data());
+    return put(reals, std::vector<double>(x, x + 2 * v.size()));
   }
-  Out& keep(const std::vector<int>& v, size_t from = 0) {
-    kept.insert(kept.end(), v.begin() + from, v.end());
-    return *this;
-  }
-  Out& wrote(const std::vector<int>& v, size_t from, size_t to) {
-    set.insert(set.end(), v.begin() + from, v.begin() + to);
-    return *this;
-  }
+  Out& keep(const std::vector<int>& v, size_t from = 0) { return put(kept, part(v, from)); }
+  Out& wrote(const std::vector<int>& v, size_t from, size_t to) { return put(set, part(v, from, to)); }
 };
 
 const std::vector<size_t> kUnsized{SIZE_MAX};  // the row checks the sizes itself
@@ -226,26 +223,6 @@ Row laswp(int k1, int k2, int incx) {
           {span * 8u}};
 }
 
-// ?SYEVR takes ISUPPZ only for every eigenvector, and gives back 2M of it.
-Row syevr(const char* jobz, const char* range, int il, int iu, bool isuppz) {
-  const int n = 8;
-  std::vector<size_t> sizes{10u * n * 8};
-  if (isuppz) sizes.insert(sizes.begin(), 2u * n * 8);
-  return {std::string("syevr_") + jobz + range + std::to_string(iu - il), [=](const Side& s) {
-            auto a = symmetric_matrix(n, 5);
-            int nn = n, l = il, u = iu, lwork = 26 * n, liwork = 10 * n, m = -7, info = 0;
-            double vl = -0.5, vu = 0.5, abstol = 0;
-            std::vector<double> w(n), z(n * n), work(lwork);
-            auto supp = ints(2 * n + 2), iwork = ints(liwork);
-            s("dsyevr", jobz, range, "U", &nn, a.data(), &nn, &vl, &vu, &l, &u, &abstol, &m, w.data(), z.data(), &nn,
-              supp.data(), work.data(), &lwork, iwork.data(), &liwork, &info);
-            Out o;
-            o.i(info).i(m).r(w, m).keep(iwork, 1).wrote(iwork, 0, 1);
-            return isuppz ? o.i(supp, 0, 2 * m).keep(supp, 2 * m) : o.keep(supp);
-          },
-          sizes};
-}
-
 // ?SYEVX: IFAIL only with eigenvectors, given back over N (the first M set).
 Row syevx(const char* jobz) {
   const int n = 7;
@@ -282,27 +259,6 @@ Row gees(const char* sort) {
             return Out().i(info).i(sdim).r(wr).wrote(bwork, 0, n).keep(bwork, n);
           },
           {n * 8u}};
-}
-
-// ?GGEVX: IWORK unless SENSE = 'E', BWORK unless SENSE = 'N'.
-Row ggevx(const char* sense, std::vector<size_t> sizes) {
-  const int n = 5;
-  return {std::string("ggevx_") + sense, [=](const Side& s) {
-            int nn = n, lwork = 1000, ilo = 0, ihi = 0, info = 0;
-            auto a = random_matrix(n, n, 4), b = random_matrix(n, n, 5);
-            std::vector<double> ar(n), ai(n), beta(n), vl(n * n), vr(n * n), ls(n), rs(n), rce(n), rcv(n),
-                work(lwork);
-            auto iwork = ints(n + 6), bwork = ints(n + 1);
-            double abnrm = 0, bbnrm = 0;
-            s("dggevx", "B", "V", "V", sense, &nn, a.data(), &nn, b.data(), &nn, ar.data(), ai.data(), beta.data(),
-              vl.data(), &nn, vr.data(), &nn, &ilo, &ihi, ls.data(), rs.data(), &abnrm, &bbnrm, rce.data(),
-              rcv.data(), work.data(), &lwork, iwork.data(), bwork.data(), &info);
-            Out o;
-            o.i(info).keep(iwork).keep(bwork, n);
-            if (*sense == 'E' || *sense == 'b') o.r(rce);
-            return *sense == 'N' ? o.keep(bwork) : o.wrote(bwork, 0, n);
-          },
-          sizes, 1e-8};
 }
 
 // ?HSEIN: IFAILL for SIDE = 'L' (or 'B'), IFAILR for 'R' (or 'B').
@@ -399,15 +355,6 @@ std::vector<Row> rows() {
          return Out().i(info).i(ipiv);
        },
        {8}},
-      {"zgesv",
-       [](const Side& s) {
-         int n = 8, nrhs = 2, info = 0;
-         auto a = complex_matrix(n, n, 23), b = complex_matrix(n, nrhs, 24);
-         auto ipiv = ints(n);
-         s("zgesv", &n, &nrhs, a.data(), &n, ipiv.data(), b.data(), &n, &info);
-         return Out().i(info).i(ipiv).r(b);
-       },
-       {64}},
       gesvx("N"), gesvx("E"), gesvx("f"),
       // A workspace query neither obtains nor converts the pivots.
       {"sytrf_query",
@@ -421,16 +368,6 @@ std::vector<Row> rows() {
          return Out().i(info).keep(ipiv);
        },
        {}},
-      {"sytrf_lwork_minus2",
-       [](const Side& s) {
-         int n = 10, lwork = -2, info = 0;
-         auto a = symmetric_matrix(n, 41);
-         auto ipiv = ints(n);
-         double work[4] = {};
-         s("dsytrf", "U", &n, a.data(), &n, ipiv.data(), work, &lwork, &info);
-         return Out().i(info);
-       },
-       {80}},
       // 2x2 pivots come back negative.
       {"sytrf_sytrs",
        [](const Side& s) {
@@ -444,20 +381,6 @@ std::vector<Row> rows() {
          return Out().i(info).i(ipiv).r(b);
        },
        {72, 72}},
-      {"geqp3_query_then_fixed_columns",
-       [](const Side& s) {
-         int m = 8, n = 6, info = 0, lwork = -1;
-         auto a = random_matrix(m, n, 51);
-         std::vector<int> jpvt = {0, 1, 0, 0, 1, 0};
-         std::vector<double> tau(n), work(400);
-         s("dgeqp3", &m, &n, a.data(), &m, jpvt.data(), tau.data(), work.data(), &lwork, &info);
-         Out o;
-         o.i(jpvt);
-         lwork = 400;
-         s("dgeqp3", &m, &n, a.data(), &m, jpvt.data(), tau.data(), work.data(), &lwork, &info);
-         return o.i(info).i(jpvt).r(tau);
-       },
-       {48}},
       laswp(1, 5, -1), laswp(2, 5, 2), laswp(2, 4, -3), laswp(1, 6, 1),
       // ?GETC2 goes to an entry without the hooks, ?GESC2 with them.
       {"getc2_gesc2",
@@ -499,31 +422,6 @@ std::vector<Row> rows() {
          return Out().i(info).i(iwork[0] >= 3 + 5 * n).wrote(iwork, 0, 1).keep(iwork, 1);
        },
        {8}},
-      // The layer's pre-check reports a short LIWORK; IWORK(1) still comes back.
-      {"syevd_liwork0",
-       [](const Side& s) {
-         int n = 4, lwork = 100, liwork = 0, info = 0;
-         auto a = symmetric_matrix(n, 3);
-         std::vector<double> w(n), work(100);
-         auto iwork = ints(4);
-         s("dsyevd", "V", "U", &n, a.data(), &n, w.data(), work.data(), &lwork, iwork.data(), &liwork, &info);
-         return Out().i(info).keep(iwork, 1);
-       },
-       {8}},
-      {"zheevd_short_lrwork",
-       [](const Side& s) {
-         int n = 6, lwork = 48, lrwork = 5, liwork = 33, info = 0;
-         auto a = complex_matrix(n, n, 4);
-         std::vector<zd> work(lwork);
-         std::vector<double> w(n), rwork(100);
-         auto iwork = ints(liwork);
-         s("zheevd", "V", "U", &n, a.data(), &n, w.data(), work.data(), &lwork, rwork.data(), &lrwork, iwork.data(),
-           &liwork, &info);
-         return Out().i(info).keep(iwork, 1);
-       },
-       {33 * 8}},
-      syevr("V", "A", 0, 0, true), syevr("v", "I", 1, 8, true), syevr("V", "I", 2, 5, false),
-      syevr("V", "V", 0, 0, false), syevr("N", "A", 0, 0, false),
       // ?STEMR takes ISUPPZ for any range and gives back 2M of it.
       {"stemr_by_index",
        [](const Side& s) {
@@ -538,21 +436,6 @@ std::vector<Row> rows() {
        },
        {24 * 8, 120 * 8}},
       syevx("N"), syevx("v"),
-      {"gesdd_query_then_solve",
-       [](const Side& s) {
-         int m = 9, n = 6, lwork = -1, info = 0;
-         auto a = random_matrix(m, n, 7);
-         std::vector<double> sv(n), u(m * m), vt(n * n), work(1);
-         auto iwork = ints(8 * n);
-         s("dgesdd", "A", &m, &n, a.data(), &m, sv.data(), u.data(), &m, vt.data(), &n, work.data(), &lwork,
-           iwork.data(), &info);
-         lwork = static_cast<int>(work[0]);
-         work.resize(lwork);
-         s("dgesdd", "A", &m, &n, a.data(), &m, sv.data(), u.data(), &m, vt.data(), &n, work.data(), &lwork,
-           iwork.data(), &info);
-         return Out().i(info).r(sv).keep(iwork);
-       },
-       {6 * 8 * 8}},
       // ?STEBZ gives IBLOCK and ISPLIT back over N; ?STEIN takes them whole.
       {"stebz_stein",
        [](const Side& s) {
@@ -645,7 +528,6 @@ std::vector<Row> rows() {
          return Out().i(info).i(sdim).r(w);
        },
        {56}},
-      ggevx("N", {88}), ggevx("E", {40}), ggevx("b", {88, 40}), ggevx("V", {88, 40}),
       // DTREVC settles a complex pair selected by its second eigenvalue in
       // SELECT, which comes back.
       {"trevc_pair",
@@ -665,17 +547,6 @@ std::vector<Row> rows() {
          return Out().i(info).i(m).i(select).r(vr);
        },
        {64}},
-      // SELECT only for HOWMNY = 'S', and read once even for N = 0.
-      {"trevc_howmny",
-       [](const Side& s) {
-         int zero = 0, one = 1, m = 0, info = 0;
-         double t = 1.0, v = 0.0, work[3];
-         auto select = ints(1);
-         s("dtrevc", "R", "S", select.data(), &zero, &t, &one, &v, &one, &v, &one, &one, &m, work, &info);
-         s("dtrevc", "R", "A", select.data(), &one, &t, &one, &v, &one, &v, &one, &one, &m, work, &info);
-         return Out().i(info).r({v}).keep(select);
-       },
-       {8}},
       hsein("R"), hsein("l"),
       // ?TRSEN reads SELECT and gives back only IWORK(1).
       {"trsen",

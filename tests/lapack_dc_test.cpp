@@ -65,12 +65,11 @@ Route& route(const std::string& name) {
 VORN_ROUTE(slaed7) VORN_ROUTE(dlaed7) VORN_ROUTE(claed7) VORN_ROUTE(zlaed7)
 VORN_ROUTE(slaed8) VORN_ROUTE(dlaed8) VORN_ROUTE(claed8) VORN_ROUTE(zlaed8)
 VORN_ROUTE(slaeda) VORN_ROUTE(dlaeda) VORN_ROUTE(slaed9) VORN_ROUTE(dlaed9)
-VORN_ROUTE(dlaed0) VORN_ROUTE(dlaed1) VORN_ROUTE(dlaed2) VORN_ROUTE(dlaed3) VORN_ROUTE(dlaed4)
+VORN_ROUTE(dlaed1) VORN_ROUTE(dlaed2) VORN_ROUTE(dlaed3) VORN_ROUTE(dlaed4)
 VORN_ROUTE(dlaed5) VORN_ROUTE(dlaed6)
 VORN_ROUTE(dlasd0) VORN_ROUTE(dlasd1) VORN_ROUTE(dlasd2) VORN_ROUTE(dlasd3) VORN_ROUTE(dlasd4)
 VORN_ROUTE(dlasd5) VORN_ROUTE(dlasd6) VORN_ROUTE(dlasd7) VORN_ROUTE(dlasd8) VORN_ROUTE(dlasda) VORN_ROUTE(dlasdt)
-VORN_ROUTE(dlals0) VORN_ROUTE(dlalsa)
-VORN_ROUTE(dlarrb) VORN_ROUTE(dlarrd) VORN_ROUTE(dlarre) VORN_ROUTE(dlarrv) VORN_ROUTE(zlarrv) VORN_ROUTE(dlaebz)
+VORN_ROUTE(dlarrb) VORN_ROUTE(dlarrd) VORN_ROUTE(dlarre) VORN_ROUTE(dlarrv) VORN_ROUTE(zlarrv)
 #undef VORN_ROUTE
 
 namespace {
@@ -129,17 +128,6 @@ Outputs laed0(int icompq, int n) {
   return {info, {d.begin(), d.end()}, icompq == 0 ? std::vector<double>{} : magnitudes(q)};
 }
 
-Outputs dstedc(int n) {
-  auto d = randoms(n, 25), e = randoms(n, 26);
-  std::vector<double> z(static_cast<size_t>(n) * n), work(1 + 4 * n + n * n);
-  std::vector<int> iwork(3 + 5 * n);
-  int lwork = static_cast<int>(work.size()), liwork = static_cast<int>(iwork.size()), info = 0;
-  reference::fn<void (*)(const char*, const int*, double*, double*, double*, const int*, double*, const int*, int*,
-                         const int*, int*, size_t)>("dstedc_")("I", &n, d.data(), e.data(), z.data(), &n, work.data(),
-                                                               &lwork, iwork.data(), &liwork, &info, 1);
-  return {info, d, magnitudes(z)};
-}
-
 // Every root of a small secular equation, ?LAED4 (?LAED5 at N = 2) or ?LASD4
 // (?LASD5 at N = 2).
 Outputs secular(bool singular, int n) {
@@ -177,19 +165,6 @@ Outputs dbdsdc(const char* compq, int n) {
   return {info, d, compq[0] == 'I' ? magnitudes(u) : std::vector<double>(iq.begin(), iq.end())};
 }
 
-Outputs dgelsd(int n) {
-  int m = n + 10, nrhs = 3, rank = 0, info = 0, lwork = 200000;
-  auto a = random_matrix(m, n, 31), b = random_matrix(m, nrhs, 32);
-  std::vector<double> s(n), work(lwork);
-  std::vector<int> iwork(200000);
-  double rcond = -1;
-  reference::fn<void (*)(const int*, const int*, const int*, double*, const int*, double*, const int*, double*,
-                         const double*, int*, double*, const int*, int*, int*)>("dgelsd_")(
-      &m, &n, &nrhs, a.data(), &m, b.data(), &m, s.data(), &rcond, &rank, work.data(), &lwork, iwork.data(), &info);
-  for (int j = 0; j < nrhs; ++j) s.insert(s.end(), &b[j * m], &b[j * m] + n);
-  return {info, s, {}};
-}
-
 // ?STEMR for all eigenpairs ('A') or a range by index ('I', which takes the
 // bisection path through ?LARRD).
 template <class Z>
@@ -208,21 +183,6 @@ Outputs stemr(const char* range, int n) {
   w.resize(m);
   z.resize(static_cast<size_t>(m) * n);
   return {info, w, magnitudes(z)};
-}
-
-Outputs dstebz(int n) {
-  auto d = randoms(n, 35), e = randoms(n, 36);
-  int il = 1, iu = n, m = 0, nsplit = 0, info = 0;
-  double vl = 0, vu = 0, abstol = 0;
-  std::vector<double> w(n), work(4 * n);
-  std::vector<int> iblock(n), isplit(n), iwork(3 * n);
-  reference::fn<void (*)(const char*, const char*, const int*, const double*, const double*, const int*, const int*,
-                         const double*, const double*, const double*, int*, int*, double*, int*, int*, double*, int*,
-                         int*, size_t, size_t)>("dstebz_")("A", "E", &n, &vl, &vu, &il, &iu, &abstol, d.data(),
-                                                            e.data(), &m, &nsplit, w.data(), iblock.data(),
-                                                            isplit.data(), work.data(), iwork.data(), &info, 1, 1);
-  w.resize(m);
-  return {info, w, std::vector<double>(iblock.begin(), iblock.end())};
 }
 
 struct Driven {
@@ -281,16 +241,13 @@ std::vector<Driven> driven() {
       {"dlaeda", "DLAED0 vectors N=224", [] { return laed0<double>(1, 224); }, kD},
       {"slaeda", "SLAED0 vectors N=64", [] { return laed0<float>(1, 64); }, kS},
       {"dlaed1 dlaed2 dlaed3 dlaed4", "DLAED0 ICOMPQ=2 N=200", [] { return laed0<double>(2, 200); }, kD},
-      {"dlaed0", "DSTEDC N=200", [] { return dstedc(200); }, kD},
       {"dlaed5", "DLAED4 N=2", [] { return secular(false, 2); }, kD},
       {"dlasd5", "DLASD4 N=2", [] { return secular(true, 2); }, kD},
       {"dlaed6 dlasd0 dlasd1 dlasd2 dlasd3 dlasd4 dlasdt", "DBDSDC 'I' N=150", [] { return dbdsdc("I", 150); }, kD},
       {"dlasda dlasd6 dlasd7 dlasd8", "DBDSDC 'P' N=150", [] { return dbdsdc("P", 150); }, kD},
-      {"dlalsa dlals0", "DGELSD N=150", [] { return dgelsd(150); }, 1e-8},
       {"dlarre dlarrv", "DSTEMR 'A' N=120", [] { return stemr<double>("A", 120); }, kD},
       {"zlarrv", "ZSTEMR 'A' N=120", [] { return stemr<zd>("A", 120); }, kD},
-      {"dlarrd dlarrb", "DSTEMR 'I' N=120", [] { return stemr<double>("I", 120); }, kD},
-      {"dlaebz", "DSTEBZ N=120", [] { return dstebz(120); }, kD}};
+      {"dlarrd dlarrb", "DSTEMR 'I' N=120", [] { return stemr<double>("I", 120); }, kD}};
   std::vector<Driven> out;
   for (const Driven& c : callers) {
     std::istringstream kernels(c.kernel);

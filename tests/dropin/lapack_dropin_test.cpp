@@ -324,6 +324,28 @@ extern "C" __attribute__((visibility("default"))) void VORN_instable_dtrmv(const
   next(uplo, trans, diag, n, a, lda, x, incx, uplo_len, trans_len, diag_len);
 }
 
+// ------------------------------------------------------------ departures
+
+// DTREVC is a departure (the layer copies SELECT back after the call): by
+// its standard name it runs the reference implementation, and the layer's
+// entry, which this executable's definition would catch, is never reached.
+using Dtrevc = void (*)(const char*, const char*, int*, const int*, const double*, const int*, double*, const int*,
+                        double*, const int*, const int*, int*, double*, int*, std::size_t, std::size_t);
+extern "C" void dtrevc_(const char*, const char*, int*, const int*, const double*, const int*, double*, const int*,
+                        double*, const int*, const int*, int*, double*, int*, std::size_t, std::size_t);
+namespace {
+int layer_trevc_calls = 0;
+}
+extern "C" __attribute__((visibility("default"))) void VORN_instable_dtrevc(
+    const char* side, const char* howmny, int* select, const int* n, const double* t, const int* ldt, double* vl,
+    const int* ldvl, double* vr, const int* ldvr, const int* mm, int* m, double* work, int* info) {
+  ++layer_trevc_calls;
+  using Entry = void (*)(const char*, const char*, int*, const int*, const double*, const int*, double*, const int*,
+                         double*, const int*, const int*, int*, double*, int*);
+  static const auto next = reinterpret_cast<Entry>(dlsym(RTLD_NEXT, "VORN_instable_dtrevc"));
+  next(side, howmny, select, n, t, ldt, vl, ldvl, vr, ldvr, mm, m, work, info);
+}
+
 namespace {
 
 TEST_F(LapackDropin, BlasLevel2ForwardersPassTheOptionLengths) {
@@ -355,6 +377,35 @@ TEST_F(LapackDropin, BlasAsumAndScalReturnAtOnceForIncrementsBelowOne) {
     reference().fn<Scal>("zdscal_")(&n, &two, y_ref.data(), &inc);
     EXPECT_EQ(y, y_ref) << inc;
   }
+}
+
+TEST_F(LapackDropin, DeparturesRunTheReferenceNotTheLayer) {
+  const int n = 8, lwork = 80;
+  using Gees = void (*)(const char*, const char*, void*, const int*, double*, const int*, int*, double*, double*,
+                        double*, const int*, double*, const int*, int*, int*, std::size_t, std::size_t);
+  std::vector<double> t, q(n * n), wr(n), wi(n), work(lwork);
+  std::vector<int> bwork(n);
+  int sdim = 0, info = 0, pair = -1;
+  for (unsigned seed = 10; pair < 0; ++seed) {  // a Schur form with a complex pair
+    t = random_matrix(n, n, seed);
+    reference().fn<Gees>("dgees_")("V", "N", nullptr, &n, t.data(), &n, &sdim, wr.data(), wi.data(), q.data(), &n,
+                                   work.data(), &lwork, bwork.data(), &info, 1, 1);
+    for (int j = 0; j + 1 < n && pair < 0; ++j)
+      if (wi[j] != 0.0) pair = j;
+  }
+  std::vector<int> select(n, 0);
+  select[pair + 1] = 1;  // the pair by its second eigenvalue: SELECT is rewritten
+  auto select_ref = select;
+  std::vector<double> vr(n * n), vr_ref(n * n);
+  int m = 0, m_ref = 0, info_ref = 0;
+  dtrevc_("R", "S", select.data(), &n, t.data(), &n, nullptr, &n, vr.data(), &n, &n, &m, work.data(), &info, 1, 1);
+  reference().fn<Dtrevc>("dtrevc_")("R", "S", select_ref.data(), &n, t.data(), &n, nullptr, &n, vr_ref.data(), &n, &n,
+                                    &m_ref, work.data(), &info_ref, 1, 1);
+  EXPECT_EQ(layer_trevc_calls, 0);
+  EXPECT_EQ(info, info_ref);
+  EXPECT_EQ(m, m_ref);
+  EXPECT_EQ(select, select_ref);
+  expect_near(vr, vr_ref, 1e-10);
 }
 
 }  // namespace

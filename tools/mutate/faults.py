@@ -45,9 +45,9 @@ def suites(*prefixes: str) -> str:
 # GoogleTest suites of vorn_tests, by the part of the library they test.
 GT_LEVEL1 = suites("Level1", "SparseLevel1")
 GT_CHECKERS = r"^Level2And3/|^GemmExtensions\."
-GT_LAPACK = any_of(suites("Lapack", "LapackOracle", "LapackScalars", "LapackHooks", "LapackWidening",
-                          "LapackPrechecks", "Workspace", "Logical", "DivideConquer"),
-                   r"KernelUnderReferenceCaller", r"^lapack_arrays_guard_pages$")
+GT_LAPACK = any_of(suites("LapackDepth", "LapackSweep", "LapackOracle", "LapackScalars", "LapackHooks",
+                          "LapackWidening", "LapackPrechecks"),
+                   r"/LapackArrays\.|/KernelUnderReferenceCaller\.", r"^lapack_arrays_guard_pages$")
 GT_SERVICE = suites("Service")
 GT_TYPED = suites("TypedEntries", "TypedExports")
 GT_ALLOCATOR = suites("AlignedAlloc")
@@ -455,10 +455,10 @@ FAULTS = [
           "    static_cast<void>(map);",
           REPORT_ROUTE),
     Fault("dropin-level2-lengths-dropped", "dropin",
-          "the companion's level-2 BLAS forwarders do not pass the option lengths on",
+          "the companion's level-2 BLAS forwarders pass 1 for every option length, not the caller's",
           "tools/codegen/dropin.py",
-          '    return r.group == "B3"',
-          "    return False",
+          'call += [f"static_cast<int>({param_name(a)}_len)" for a in chars]',
+          'call += ["1" for a in chars]',
           any_of(COMPANIONS, CBLAS)),
     Fault("cblas-trsm-side-not-flipped", "cblas",
           "row-major ?TRSM keeps SIDE (transposition dropped)",

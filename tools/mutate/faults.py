@@ -231,10 +231,10 @@ FAULTS = [
 
     # ------------------------------------------------------------ LAPACK, generated frames and their tables
     Fault("lapack-info-not-narrowed", "lapack",
-          "DGETRF's INFO treated as an input: never narrowed back",
+          "DGETRS's INFO treated as an input: never narrowed back",
           "tools/codegen/overrides.py",
           '    "ILAVER": {"VERS_MAJOR"',
-          '    "DGETRF": {"INFO": "in"},\n    "ILAVER": {"VERS_MAJOR"',
+          '    "DGETRS": {"INFO": "in"},\n    "ILAVER": {"VERS_MAJOR"',
           LAPACK_WITH_SUITE),
     Fault("lapack-getrf-ipiv-one-short", "catalogue",
           "DGETRF's IPIV documented one element short in the catalogue (copy length off by one)",

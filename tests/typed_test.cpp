@@ -1,7 +1,6 @@
 // The typed family VORN_stable_<NAME> against the plain one: for every typed
-// entry this build provides, one valid call (checked first against the
-// reference BLAS/LAPACK) is made through the plain and the typed name on
-// identical aligned copies of the same arguments. Results, every argument
+// entry this build provides, one valid call is made through the plain and
+// the typed name on identical aligned copies of the same arguments. Results, every argument
 // buffer, reports and the frame's events must agree, except that an
 // argument the typed entry takes by value stays the caller's. Bad calls and
 // refused scratch arrays must be reported alike.
@@ -26,7 +25,6 @@
 
 #include "support/exports.h"
 #include "support/observe.h"
-#include "support/reference.h"
 #include "vorn/vorn.hpp"
 #include "vorn_instable.h"
 
@@ -245,7 +243,7 @@ struct Entry {
   std::string name, lower;
   std::vector<Elem> elems;     // from the plain prototype
   std::vector<bool> by_value;  // typed parameter taken by value
-  std::function<std::vector<unsigned char>(Call&)> plain, typed, reference;
+  std::function<std::vector<unsigned char>(Call&)> plain, typed;
   void* plain_address;
   void* typed_address;
 };
@@ -253,7 +251,7 @@ struct Entry {
 template <class RP, class... PP, class RT, class... PT>
 Entry make_entry(const char* name, const char* lower, RP (*plain)(PP...), RT (*typed)(PT...)) {
   static_assert(std::is_same_v<RP, RT> && sizeof...(PP) == sizeof...(PT));
-  Entry e{name, lower, {elem_of<PP>()...}, {std::is_arithmetic_v<PT>...}, {}, {}, {},
+  Entry e{name, lower, {elem_of<PP>()...}, {std::is_arithmetic_v<PT>...}, {}, {},
           reinterpret_cast<void*>(plain), reinterpret_cast<void*>(typed)};
   using Index = std::index_sequence_for<PP...>;
   e.plain = [plain](Call& c) {
@@ -265,17 +263,6 @@ Entry make_entry(const char* name, const char* lower, RP (*plain)(PP...), RT (*t
     return [&]<std::size_t... I>(std::index_sequence<I...>) {
       return invoke<RT>([&] { return typed(typed_arg<PT>(c[I])...); });
     }(Index{});
-  };
-  // The reference routine as gfortran compiled it: a hidden length after
-  // the listed arguments for every character argument.
-  const std::string symbol = std::string(lower) + "_";
-  e.reference = [symbol](Call& c) {
-    constexpr std::size_t lengths = (std::size_t{0} + ... + std::is_same_v<PP, const char*>);
-    return [&]<std::size_t... I, std::size_t... L>(std::index_sequence<I...>, std::index_sequence<L...>) {
-      using F = RP (*)(PP..., decltype(L, std::size_t{})...);
-      auto f = reference::fn<F>(symbol.c_str());
-      return invoke<RP>([&] { return f(static_cast<PP>(c[I].ptr())..., ((void)L, std::size_t{1})...); });
-    }(Index{}, std::make_index_sequence<lengths>{});
   };
   return e;
 }
@@ -432,9 +419,6 @@ const std::map<std::string, Description>& descriptions() {
   return d;
 }
 
-// Not in the reference BLAS: an extension of the computational library.
-const std::set<std::string> kWithoutReference = {"DZGEMM"};
-
 // ------------------------------------------------------------- comparison
 
 struct Outcome {
@@ -500,22 +484,8 @@ class TypedEntries : public ::testing::Test {
  protected:
   void SetUp() override {
     observe::reset();
-    reference::reset();
   }
 };
-
-// A description the reference rejects would send MKL an invalid call.
-bool valid_for_reference(const Entry& e, const Call& call) {
-  if (kWithoutReference.count(e.name)) return true;
-  reference::reset();
-  Call copy = call;
-  e.reference(copy);
-  const bool ok = reference::reports().empty();
-  if (!ok) ADD_FAILURE() << e.name << ": the reference rejects the call at argument "
-                         << reference::reports()[0].position;
-  reference::reset();
-  return ok;
-}
 
 TEST_F(TypedEntries, TypedCallsComputeAndReportWhatThePlainOnesDo) {
   const auto entries = provided_entries();
@@ -525,7 +495,6 @@ TEST_F(TypedEntries, TypedCallsComputeAndReportWhatThePlainOnesDo) {
     Call initial;
     std::string error;
     ASSERT_TRUE(parse(descriptions().at(e.name).call, e.elems, initial, error)) << error;
-    if (!valid_for_reference(e, initial)) continue;
     const Outcome plain = run(e.plain, initial, -1);
     const Outcome typed = run(e.typed, initial, -1);
     EXPECT_TRUE(plain.reports.empty()) << show_reports(plain.reports);

@@ -3,9 +3,11 @@
 // the reference implementation), called by its standard name as a gfortran
 // program calls it, with each integer and logical array at its documented
 // minimum size (the catalogue's DIM over the call's scalars) ending on an
-// inaccessible page. Results are held against the reference LAPACK in a
-// link-map namespace of its own. Each routine runs in a child process, so a
-// read or write past an array is reported by name rather than ending the run.
+// inaccessible page. INFO and the integer and logical results are held
+// against the reference LAPACK in a link-map namespace of its own (the
+// floating results are the LAPACK test programs' to judge). Each routine
+// runs in a child process, so a read or write past an array is reported by
+// name rather than ending the run.
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <signal.h>
@@ -134,8 +136,8 @@ const std::map<std::string, Fill> kSecular = {
     {"DIFR", [](const Element& e) { return e.column % 2 == 0 ? 0.25 : 1.0; }},
     {"GIVCOL", [](const Element& e) { return e.row + 1.0 + e.column % 2; }},
     {"GIVPTR", [](const Element&) { return 1.0; }}, {"K", [](const Element&) { return 3.0; }}};
+const std::map<std::string, Fill> kAnyRoutineInputs = {{"ANORM", [](const Element&) { return 1.0; }}};
 const std::map<std::string, std::map<std::string, Fill>> kRoutineInputs = {
-    {"*", {{"ANORM", [](const Element&) { return 1.0; }}}},
     {"LARRB",
      {{"D", [](const Element& e) { return e.row + 1.0; }}, {"LLD", [](const Element&) { return 1e-4; }},
       {"W", [](const Element& e) { return e.row + 1.01; }}, {"WERR", [](const Element&) { return 0.1; }},
@@ -158,14 +160,6 @@ const std::map<std::string, std::map<std::string, Fill>> kRoutineInputs = {
     {"TGEVC", {{"S", kUpper}, {"P", kUpperRealDiagonal}}},
 };
 
-Fill routine_input(const Routine& r, const std::string& arg) {
-  for (const auto& key : {r.family(), std::string("*")}) {
-    const auto inputs = kRoutineInputs.find(key);
-    if (inputs != kRoutineInputs.end() && inputs->second.count(arg)) return inputs->second.at(arg);
-  }
-  return nullptr;
-}
-
 // Options by argument name; anything unnamed is 'N'.
 const std::map<std::string, char> kOptions = {
     {"UPLO", 'U'}, {"JOBZ", 'V'}, {"RANGE", 'A'}, {"COMPZ", 'I'}, {"COMPQ", 'I'}, {"JOBU", 'A'}, {"JOBVT", 'A'},
@@ -181,23 +175,24 @@ const std::map<std::string, std::map<std::string, char>> kRoutineOptions = {
     {"GEJSV", {{"JOBA", 'C'}, {"JOBU", 'U'}, {"JOBV", 'V'}, {"JOBR", 'N'}, {"JOBT", 'N'}, {"JOBP", 'N'}}},  {"GGBAL", {{"JOB", 'B'}}},  {"STEBZ", {{"RANGE", 'A'}}},
 };
 
-int scalar_value(const Routine& r, const std::string& name) {
+// An argument's value by routine, by family, for any routine, else `otherwise`.
+template <class T>
+T lookup(const Routine& r, const std::map<std::string, std::map<std::string, T>>& specific,
+         const std::map<std::string, T>& any, const std::string& name, T otherwise) {
   for (const auto& key : {r.name, r.family()}) {
-    const auto it = kRoutineValues.find(key);
-    if (it != kRoutineValues.end() && it->second.count(name)) return it->second.at(name);
+    const auto it = specific.find(key);
+    if (it != specific.end() && it->second.count(name)) return it->second.at(name);
   }
-  if (name.rfind("LD", 0) == 0) return kN;
-  const auto it = kValues.find(name);
-  return it == kValues.end() ? 1 : it->second;
+  const auto it = any.find(name);
+  return it == any.end() ? otherwise : it->second;
 }
 
-char option(const Routine& r, const std::string& name) {
-  for (const auto& key : {r.name, r.family()}) {
-    const auto it = kRoutineOptions.find(key);
-    if (it != kRoutineOptions.end() && it->second.count(name)) return it->second.at(name);
-  }
-  const auto it = kOptions.find(name);
-  return it == kOptions.end() ? 'N' : it->second;
+int scalar_value(const Routine& r, const std::string& name) {
+  return name.rfind("LD", 0) == 0 ? kN : lookup(r, kRoutineValues, kValues, name, 1);
+}
+char option(const Routine& r, const std::string& name) { return lookup(r, kRoutineOptions, kOptions, name, 'N'); }
+Fill routine_input(const Routine& r, const std::string& name) {
+  return lookup<Fill>(r, kRoutineInputs, kAnyRoutineInputs, name, nullptr);
 }
 
 // ------------------------------------------------------------ the documented size
@@ -287,8 +282,6 @@ class Expression {
 
 // `count` ints ending exactly where an inaccessible page begins.
 struct Guarded {
-  void* base = nullptr;
-  std::size_t mapped = 0;
   int* data = nullptr;
   char* guard = nullptr;
   std::string name;
@@ -298,9 +291,8 @@ Guarded guarded(std::size_t count, const std::string& name) {
   const std::size_t page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
   const std::size_t body = (count * sizeof(int) + page - 1) / page * page;
   Guarded g;
-  g.mapped = body + page;
-  g.base = mmap(nullptr, g.mapped, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-  g.guard = static_cast<char*>(g.base) + body;
+  void* base = mmap(nullptr, body + page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+  g.guard = static_cast<char*>(base) + body;
   mprotect(g.guard, page, PROT_NONE);
   g.data = reinterpret_cast<int*>(g.guard) - count;
   g.name = name;
@@ -468,49 +460,21 @@ void invoke(Generic f, const Call& c) {
 
 // ------------------------------------------------------------ what may differ
 
-// Outputs the computational library legitimately computes otherwise than
-// the reference, keyed by family or routine, then argument ("*" for all
-// floating outputs of the routine).
-const char* const kVectors = "eigenvectors are determined up to a sign (a unit factor): the library's "
-                             "tridiagonal and Hessenberg solvers choose another";
-const char* const kEstimates = "a condition or separation estimate, and an estimate of another algorithm";
-const char* const kLengths = "IWORK(1) returns the library's own optimal LIWORK";
-const std::map<std::string, std::map<std::string, std::string>> kLegitimate = {
-    {"SYEVD", {{"A", kVectors}}}, {"GESDD", {{"U", kVectors}, {"VT", kVectors}}},
-    {"LAED0", {{"Q", kVectors}, {"QSTORE", kVectors}}}, {"HEEVD", {{"A", kVectors}}}, {"HEGVD", {{"A", kVectors}}},
-    {"GEEVX", {{"VL", kVectors}, {"VR", kVectors}, {"A", "the Schur form's 2-by-2 blocks are standardized "
-                                                      "by another sequence of rotations"}}},
-    {"GGEVX", {{"VL", kVectors}, {"VR", kVectors}, {"A", "the generalized Schur form of another QZ sweep"},
-               {"B", "the generalized Schur form of another QZ sweep"}}},
-    {"HBEVD", {{"Z", kVectors}}}, {"HBEVX", {{"Z", kVectors}}}, {"HEEVR", {{"Z", kVectors}, {"IWORK", kLengths}}},
-    {"HPEVD", {{"Z", kVectors}}}, {"HPEVX", {{"Z", kVectors}}}, {"SPEVD", {{"Z", kVectors}}},
-    {"SPEVX", {{"Z", kVectors}}}, {"STEDC", {{"Z", kVectors}}}, {"STEVD", {{"Z", kVectors}}},
-    {"STEVX", {{"Z", kVectors}}}, {"SYEVR", {{"Z", kVectors}, {"IWORK", kLengths}}}, {"SYEVX", {{"Z", kVectors}}},
-    {"STEGR", {{"IWORK", kLengths}}}, {"STEVR", {{"IWORK", kLengths}}},
-    {"TGSYL", {{"DIF", kEstimates}}}, {"LATDF", {{"RDSUM", kEstimates}, {"RDSCAL", kEstimates}}},
-    {"TGSY2", {{"RDSUM", kEstimates}, {"RDSCAL", kEstimates}}},
-};
-
 // Arrays that carry no result: their contents after the call are not part
 // of either library's documented behaviour.
 bool workspace(const Routine& r, const Arg& a) {
   if (r.family() == "GEJSV" && a.name == "IWORK") return false;  // IWORK(1:3) carry results
-  return a.name == "WORK" || a.name == "RWORK" || (a.name == "IWORK" && a.dim.find("LIWORK") == std::string::npos) ||
-         a.name == "SWORK";
+  return a.name == "IWORK" && a.dim.find("LIWORK") == std::string::npos;
 }
 
-std::string legitimate(const Routine& r, const std::string& arg) {
-  for (const auto& key : {r.name, r.family()}) {
-    const auto it = kLegitimate.find(key);
-    if (it == kLegitimate.end()) continue;
-    for (const auto& k : {arg, std::string("*")})
-      if (it->second.count(k)) return it->second.at(k);
-  }
-  return "";
+// The MRRR drivers' IWORK(1) returns the library's own optimal LIWORK.
+bool own_length(const Routine& r, const Arg& a) {
+  static const std::set<std::string> families = {"HEEVR", "SYEVR", "STEGR", "STEVR"};
+  return a.name == "IWORK" && families.count(r.family()) != 0;
 }
 
 // Child: both calls, then the comparison, reported line by line.
-void run_child(const Routine& r, Generic companion, Generic reference, int* shim_info) {
+void run_child(const Routine& r, Generic companion, Generic reference) {
   Call mine = prepare(r), theirs = prepare(r);
   std::vector<Guarded> all = mine.arrays;
   all.insert(all.end(), theirs.arrays.begin(), theirs.arrays.end());
@@ -523,19 +487,13 @@ void run_child(const Routine& r, Generic companion, Generic reference, int* shim
   g_side = "companion";
   invoke(companion, mine);
   g_side = "reference";
-  *shim_info = 0;
   invoke(reference, theirs);
   g_guards = nullptr;
-  say("ARRAYS " + std::to_string(mine.arrays.size()));
   for (std::size_t i = 0; i < r.args.size(); ++i)
     if (r.args[i].name == "INFO") {
       const int a = mine.scalars[i], b = theirs.scalars[i];
       if (a != b) say("DIFF INFO = " + std::to_string(a) + ", reference " + std::to_string(b));
-      // An argument error leaves every other output undocumented.
-      if (a == b && a < 0) {
-        say("NAMED argument error " + std::to_string(-a) + ": no other output is documented");
-        return;
-      }
+      if (a == b && a < 0) return;  // an argument error leaves every other output undocumented
     }
   std::size_t k = 0;
   for (std::size_t i = 0; i < r.args.size(); ++i) {
@@ -543,49 +501,25 @@ void run_child(const Routine& r, Generic companion, Generic reference, int* shim
     if (a.integer_array()) {
       const Guarded& g = mine.arrays[k];
       const Guarded& h = theirs.arrays[k++];
-      if (!a.written() || workspace(r, a)) continue;
+      if (!a.written() || workspace(r, a) || own_length(r, a)) continue;
       long size = (reinterpret_cast<int*>(g.guard) - g.data);
       if (a.name == "IWORK") size = std::min(size, 3L);  // ?GEJSV's results; the rest is workspace
       for (long j = 0; j < size; ++j)
         if (g.data[j] != h.data[j]) {
-          const std::string why = legitimate(r, a.name);
-          say((why.empty() ? "DIFF " : "NAMED ") + a.name + "(" + std::to_string(j + 1) + ") = " +
-              std::to_string(g.data[j]) + ", reference " + std::to_string(h.data[j]) + (why.empty() ? "" : ": " + why));
+          say("DIFF " + a.name + "(" + std::to_string(j + 1) + ") = " + std::to_string(g.data[j]) + ", reference " +
+              std::to_string(h.data[j]));
           break;
         }
     } else if (a.integer_scalar() && a.written() && mine.scalars[i] != theirs.scalars[i]) {
-      const std::string why = legitimate(r, a.name);
-      say((why.empty() ? "DIFF " : "NAMED ") + a.name + " = " + std::to_string(mine.scalars[i]) + ", reference " +
+      say("DIFF " + a.name + " = " + std::to_string(mine.scalars[i]) + ", reference " +
           std::to_string(theirs.scalars[i]));
-    } else if (is_floating(a) && a.written() && !workspace(r, a)) {
-      const bool single = is_float(a);
-      const std::size_t n = single ? kFloats : kFloats;
-      double worst = 0, scale = 1;
-      std::size_t where = 0;
-      for (std::size_t j = 0; j < n; ++j) {
-        const double x = single ? reinterpret_cast<const float*>(mine.reals[i].data())[j] : mine.reals[i][j];
-        const double y = single ? reinterpret_cast<const float*>(theirs.reals[i].data())[j] : theirs.reals[i][j];
-        scale = std::max(scale, std::fabs(y));
-        const double d = std::isnan(x) != std::isnan(y) ? INFINITY : std::isnan(x) ? 0 : std::fabs(x - y);
-        if (d > worst) worst = d, where = j;
-      }
-      const double tolerance = (single ? 2e-3 : 1e-9) * scale;
-      if (worst > tolerance) {
-        const std::string why = legitimate(r, a.name);
-        say((why.empty() ? "DIFF " : "NAMED ") + a.name + " element " + std::to_string(where) + " differs by " +
-            std::to_string(worst) + (why.empty() ? "" : ": " + why));
-      }
     }
   }
 }
 
-class GuardPageHarness : public ::testing::Test {};
-
-TEST_F(GuardPageHarness, EveryForwardedArrayRoutineAtDocumentedSizesMatchesTheReference) {
+TEST(GuardPageHarness, EveryForwardedArrayRoutineAtDocumentedSizesMatchesTheReference) {
   void* reference = dlmopen(LM_ID_NEWLM, VORN_REFERENCE_SHIM, RTLD_NOW | RTLD_LOCAL);
   ASSERT_NE(reference, nullptr) << dlerror();
-  auto* shim_info = static_cast<int*>(dlsym(reference, "vorn_shim_info"));
-  ASSERT_NE(shim_info, nullptr);
   void* companion = dlopen(VORN_DROPIN_LAPACK, RTLD_NOW | RTLD_NOLOAD);
   ASSERT_NE(companion, nullptr);
   // The namespace holds the reference library, not the companion.
@@ -595,7 +529,7 @@ TEST_F(GuardPageHarness, EveryForwardedArrayRoutineAtDocumentedSizesMatchesTheRe
 
   const auto routed = departures();
   ASSERT_GT(routed.size(), 20u);
-  std::size_t routines = 0, arrays = 0, equal = 0, named = 0, argument_errors = 0;
+  std::size_t routines = 0;
   const char* only = std::getenv("VORN_HARNESS_ONLY");
   for (const auto& r : array_routines()) {
     if (routed.count(r.lower()) || (only != nullptr && r.name != only)) continue;
@@ -620,7 +554,7 @@ TEST_F(GuardPageHarness, EveryForwardedArrayRoutineAtDocumentedSizesMatchesTheRe
       freopen("/dev/null", "w", stdout);
       alarm(60);  // a call that never returns fails the routine, not the run
       try {
-        run_child(r, reinterpret_cast<Generic>(mine), reinterpret_cast<Generic>(theirs), shim_info);
+        run_child(r, reinterpret_cast<Generic>(mine), reinterpret_cast<Generic>(theirs));
       } catch (const std::exception& e) {
         say(std::string("ERROR ") + e.what());
       }
@@ -634,31 +568,11 @@ TEST_F(GuardPageHarness, EveryForwardedArrayRoutineAtDocumentedSizesMatchesTheRe
     int status = 0;
     waitpid(child, &status, 0);
     ++routines;
-    bool clean = true, any_named = false;
     std::istringstream lines(text);
-    for (std::string line; std::getline(lines, line);) {
-      if (line.rfind("ARRAYS ", 0) == 0) {
-        arrays += std::stoul(line.substr(7));
-      } else if (line.rfind("NAMED ", 0) == 0) {
-        any_named = true;
-        if (line.find("argument error") != std::string::npos) {
-          ++argument_errors;
-          std::printf("[ harness  ] %s: %s\n", r.name.c_str(), line.substr(6, line.find(':') - 6).c_str());
-        }
-      } else {
-        ADD_FAILURE() << r.name << ": " << line;
-        clean = false;
-      }
-    }
-    if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) {
-      if (text.find("FAULT") == std::string::npos) ADD_FAILURE() << r.name << ": child ended with status " << status;
-      clean = false;
-    }
-    if (clean) any_named ? ++named : ++equal;
+    for (std::string line; std::getline(lines, line);) ADD_FAILURE() << r.name << ": " << line;
+    if ((!WIFEXITED(status) || WEXITSTATUS(status) != 0) && text.find("FAULT") == std::string::npos)
+      ADD_FAILURE() << r.name << ": child ended with status " << status;
   }
-  std::printf("[ harness  ] %zu routines, %zu integer and logical arrays at their documented sizes; "
-              "%zu equal to the reference, %zu with named differences (%zu of them the same argument error)\n",
-              routines, arrays, equal, named, argument_errors);
   if (only == nullptr) EXPECT_GT(routines, 400u);
 }
 

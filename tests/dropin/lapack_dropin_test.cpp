@@ -10,7 +10,6 @@
 #include <complex>
 #include <cstddef>
 #include <cstdlib>
-#include <limits>
 #include <random>
 #include <string>
 #include <thread>
@@ -21,24 +20,29 @@ extern "C" {
 void dgetrf_(const int*, const int*, double*, const int*, int*, int*);
 void dpotrf_(const char*, const int*, double*, const int*, int*, std::size_t);
 std::complex<double> zladiv_(const std::complex<double>*, const std::complex<double>*);
-double dlamch_(const char*, std::size_t);
 int ilaenv_(const int*, const char*, const char*, const int*, const int*, const int*, const int*, std::size_t,
             std::size_t);
 void chla_transtype_(char*, std::size_t, const int*);
-int lsame_(const char*, const char*, std::size_t, std::size_t);
-// Routines outside the set: straight into the reference library.
-void dgeqrt_(const int*, const int*, const int*, double*, const int*, double*, const int*, double*, int*);
+void dtrmv_(const char*, const char*, const char*, const int*, const double*, const int*, double*, const int*,
+            std::size_t, std::size_t, std::size_t);
+double dasum_(const int*, const double*, const int*);
+void zdscal_(const int*, const double*, double*, const int*);
+// Outside the set, or departures: straight into the reference library.
 void dgetrf2_(const int*, const int*, double*, const int*, int*, int*);
 float sroundup_lwork_(const int*);
-void dlartgp_(const double*, const double*, double*, double*, double*);
-int __la_xisnan_MOD_disnan(const double*);
+void dtrevc_(const char*, const char*, int*, const int*, const double*, const int*, double*, const int*, double*,
+             const int*, const int*, int*, double*, int*, std::size_t, std::size_t);
 // The layer's own entry, for ILAENV's answer.
 int VORN_instable_ilaenv_(const int*, const char*, const char*, const int*, const int*, const int*, const int*, int,
                           int);
 }
 
+#define EXPORT extern "C" __attribute__((visibility("default")))
+
 namespace {
-int seen_name_length = -1, seen_opts_length = -1;
+// The option lengths the last stand-in below was handed.
+std::vector<int> seen_lengths;
+int layer_trevc_calls = 0;
 // What this program's XERBLA heard, on the thread that heard it.
 thread_local std::string heard_name;
 thread_local int heard_position = 0, heard_count = 0;
@@ -46,24 +50,40 @@ thread_local int heard_position = 0, heard_count = 0;
 
 // The program's own XERBLA, as numpy's or R's: the companions deliver
 // argument errors here instead of printing them.
-extern "C" __attribute__((visibility("default"))) void xerbla_(const char* name, const int* info, std::size_t length) {
+EXPORT void xerbla_(const char* name, const int* info, std::size_t length) {
   heard_name.assign(name, length);
   while (!heard_name.empty() && heard_name.back() == ' ') heard_name.pop_back();
   heard_position = *info;
   ++heard_count;
 }
 
-// Takes the place of the layer's entry that the companion library calls
-// (this executable's definitions come first), to see the lengths arrive.
-extern "C" __attribute__((visibility("default"))) int VORN_instable_ilaenv(const int* ispec, const char* name,
-                                                                          const char* opts, const int* n1,
-                                                                          const int* n2, const int* n3, const int* n4,
-                                                                          int name_len, int opts_len) {
-  seen_name_length = name_len;
-  seen_opts_length = opts_len;
-  using Entry = int (*)(const int*, const char*, const char*, const int*, const int*, const int*, const int*, int, int);
-  static const auto next = reinterpret_cast<Entry>(dlsym(RTLD_NEXT, "VORN_instable_ilaenv"));
+// Stand-ins for the layer's entries that the companion libraries call (this
+// executable's definitions come first), to see what arrives.
+template <class F>
+F next_entry(const char* name) {
+  return reinterpret_cast<F>(dlsym(RTLD_NEXT, name));
+}
+
+EXPORT int VORN_instable_ilaenv(const int* ispec, const char* name, const char* opts, const int* n1, const int* n2,
+                                const int* n3, const int* n4, int name_len, int opts_len) {
+  seen_lengths = {name_len, opts_len};
+  static const auto next = next_entry<decltype(&VORN_instable_ilaenv)>("VORN_instable_ilaenv");
   return next(ispec, name, opts, n1, n2, n3, n4, name_len, opts_len);
+}
+
+EXPORT void VORN_instable_dtrmv(const char* uplo, const char* trans, const char* diag, const int* n, const double* a,
+                                const int* lda, double* x, const int* incx, int uplo_len, int trans_len,
+                                int diag_len) {
+  seen_lengths = {uplo_len, trans_len, diag_len};
+  static const auto next = next_entry<decltype(&VORN_instable_dtrmv)>("VORN_instable_dtrmv");
+  next(uplo, trans, diag, n, a, lda, x, incx, uplo_len, trans_len, diag_len);
+}
+
+// DTREVC is a departure (the layer copies SELECT back after the call): by
+// its standard name it must run the reference, never reaching this entry.
+EXPORT void VORN_instable_dtrevc(const char*, const char*, int*, const int*, const double*, const int*, double*,
+                                 const int*, double*, const int*, const int*, int*, double*, int*) {
+  ++layer_trevc_calls;
 }
 
 namespace {
@@ -131,38 +151,11 @@ TEST_F(LapackDropin, RoutinesOfTheSetGoThroughTheLayerWithTheirLengths) {
   EXPECT_EQ(ipiv, ipiv_ref);
   expect_near(a, b, 1e-13);
 
-  // A character argument with its hidden length.
-  const int k = 4;
-  auto spd = random_matrix(k, k, 2, 8.0);
-  for (int i = 0; i < k; ++i)
-    for (int j = 0; j < i; ++j) spd[j + i * k] = spd[i + j * k];
-  auto spd_ref = spd;
-  dpotrf_("l", &k, spd.data(), &k, &info, 1);
-  using Potrf = void (*)(const char*, const int*, double*, const int*, int*, std::size_t);
-  reference().fn<Potrf>("dpotrf_")("l", &k, spd_ref.data(), &k, &info_ref, 1);
-  EXPECT_EQ(info, 0);
-  expect_near(spd, spd_ref, 1e-13);
-
   // A COMPLEX*16 function returns its value in registers.
   const std::complex<double> x(3, -4), y(1, 2);
   using Ladiv = std::complex<double> (*)(const std::complex<double>*, const std::complex<double>*);
-  const std::complex<double> q = zladiv_(&x, &y), q_ref = reference().fn<Ladiv>("zladiv_")(&x, &y);
-  EXPECT_NEAR(q.real(), q_ref.real(), 1e-15);
-  EXPECT_NEAR(q.imag(), q_ref.imag(), 1e-15);
+  EXPECT_NEAR(std::abs(zladiv_(&x, &y) - reference().fn<Ladiv>("zladiv_")(&x, &y)), 0, 1e-15);
 
-  using Lamch = double (*)(const char*, std::size_t);
-  EXPECT_EQ(dlamch_("E", 1), reference().fn<Lamch>("dlamch_")("E", 1));
-  EXPECT_EQ(lsame_("a", "A", 1, 1), 1);
-  EXPECT_EQ(lsame_("a", "B", 1, 1), 0);
-}
-
-TEST_F(LapackDropin, HandWrittenServicesTakeTheCallersLengths) {
-  const int ispec = 1, big = 1000, none = -1;
-  // Lengths arrive as size_t and reach the layer's ILAENV as int.
-  EXPECT_EQ(ilaenv_(&ispec, "DGEQRF", "UN", &big, &big, &none, &none, 6, 2),
-            VORN_instable_ilaenv_(&ispec, "DGEQRF", "UN", &big, &big, &none, &none, 6, 2));
-  EXPECT_EQ(seen_name_length, 6);
-  EXPECT_EQ(seen_opts_length, 2);
   // A CHARACTER*1 function writes through its hidden result buffer.
   for (const auto& [code, letter] : {std::pair{111, 'N'}, {112, 'T'}, {113, 'C'}}) {
     char result = '?';
@@ -171,39 +164,22 @@ TEST_F(LapackDropin, HandWrittenServicesTakeTheCallersLengths) {
   }
 }
 
-TEST_F(LapackDropin, RoutinesOutsideTheSetReachTheReferenceWithEveryArgument) {
-  // Nine arguments: three arrive on the stack.
-  const int m = 8, n = 6, nb = 2, lda = 10, ldt = 3;
-  auto a = random_matrix(lda, n, 3), a_ref = a;
-  std::vector<double> t(ldt * n, -1), t_ref = t, work(nb * n), work_ref = work;
-  int info = -9, info_ref = -9;
-  dgeqrt_(&m, &n, &nb, a.data(), &lda, t.data(), &ldt, work.data(), &info);
-  using Geqrt = void (*)(const int*, const int*, const int*, double*, const int*, double*, const int*, double*, int*);
-  reference().fn<Geqrt>("dgeqrt_")(&m, &n, &nb, a_ref.data(), &lda, t_ref.data(), &ldt, work_ref.data(), &info_ref);
-  EXPECT_EQ(info, 0);
-  expect_near(a, a_ref, 1e-13);
-  // Rows below NB are untouched by both.
-  expect_near(t, t_ref, 1e-13);
+TEST_F(LapackDropin, OptionLengthsReachTheLayerAsTheCallerPassedThem) {
+  // Hand-written ILAENV: the lengths arrive as size_t, leave as int.
+  const int ispec = 1, big = 1000, none = -1;
+  EXPECT_EQ(ilaenv_(&ispec, "DGEQRF", "UN", &big, &big, &none, &none, 6, 2),
+            VORN_instable_ilaenv_(&ispec, "DGEQRF", "UN", &big, &big, &none, &none, 6, 2));
+  EXPECT_EQ(seen_lengths, (std::vector<int>{6, 2}));
 
-  // A REAL function: the value comes back in a vector register.
-  using Roundup = float (*)(const int*);
-  for (const int lwork : {0, 1, 16777217, 2147483647}) {
-    EXPECT_EQ(sroundup_lwork_(&lwork), reference().fn<Roundup>("sroundup_lwork_")(&lwork)) << lwork;
-  }
-
-  const double f = 3, g = -4;
-  double cs, sn, r, cs_ref, sn_ref, r_ref;
-  dlartgp_(&f, &g, &cs, &sn, &r);
-  using Lartgp = void (*)(const double*, const double*, double*, double*, double*);
-  reference().fn<Lartgp>("dlartgp_")(&f, &g, &cs_ref, &sn_ref, &r_ref);
-  EXPECT_EQ(cs, cs_ref);
-  EXPECT_EQ(sn, sn_ref);
-  EXPECT_EQ(r, r_ref);
-
-  // A Fortran module procedure of the reference library.
-  const double nan = std::numeric_limits<double>::quiet_NaN(), one = 1;
-  EXPECT_NE(__la_xisnan_MOD_disnan(&nan), 0);
-  EXPECT_EQ(__la_xisnan_MOD_disnan(&one), 0);
+  // A level 2 BLAS forwarder, options spelled out as a Fortran program may.
+  const int n = 3, lda = 4, inc = 1;
+  const auto a = random_matrix(lda, n, 5);
+  auto x = random_matrix(n, 1, 6), x_ref = x;
+  dtrmv_("Upper", "No transpose", "Non-unit", &n, a.data(), &lda, x.data(), &inc, 5, 12, 8);
+  EXPECT_EQ(seen_lengths, (std::vector<int>{5, 12, 8}));
+  reference().fn<decltype(&dtrmv_)>("dtrmv_")("Upper", "No transpose", "Non-unit", &n, a.data(), &lda, x_ref.data(),
+                                              &inc, 5, 12, 8);
+  expect_near(x, x_ref, 1e-14);
 }
 
 TEST_F(LapackDropin, FirstCallsFromManyThreadsResolveOnce) {
@@ -276,90 +252,19 @@ class LapackDropinDeathTest : public ::testing::Test {
   void SetUp() override { GTEST_FLAG_SET(death_test_style, "threadsafe"); }
 };
 
-TEST_F(LapackDropinDeathTest, AMissingReferenceLibraryIsNamed) {
-  EXPECT_DEATH(
-      {
-        setenv("VORN_REFERENCE_LAPACK", "/nonexistent/liblapack.so.3", 1);
-        const int lwork = 5;
-        sroundup_lwork_(&lwork);
-      },
-      "cannot open the reference LAPACK library: /nonexistent/liblapack.so.3");
-}
-
-TEST_F(LapackDropinDeathTest, TheCompanionLibraryIsNotItsOwnReference) {
-  EXPECT_DEATH(
-      {
-        setenv("VORN_REFERENCE_LAPACK", VORN_DROPIN_LAPACK, 1);
-        const int lwork = 5;
-        sroundup_lwork_(&lwork);
-      },
-      "sroundup_lwork_: the reference LAPACK library is this library");
-}
-
-}  // namespace
-
-// ------------------------------------------------------------ libblas.so.3
-
-extern "C" {
-double dasum_(const int*, const double*, const int*);
-void zdscal_(const int*, const double*, double*, const int*);
-void dtrmv_(const char*, const char*, const char*, const int*, const double*, const int*, double*, const int*,
-            std::size_t, std::size_t, std::size_t);
-}
-
-namespace {
-std::vector<int> seen_trmv_lengths;
-}
-
-// The layer's level 2 entries take their option lengths (as ILAENV above).
-extern "C" __attribute__((visibility("default"))) void VORN_instable_dtrmv(const char* uplo, const char* trans,
-                                                                          const char* diag, const int* n,
-                                                                          const double* a, const int* lda,
-                                                                          double* x, const int* incx, int uplo_len,
-                                                                          int trans_len, int diag_len) {
-  seen_trmv_lengths = {uplo_len, trans_len, diag_len};
-  using Entry = void (*)(const char*, const char*, const char*, const int*, const double*, const int*, double*,
-                         const int*, int, int, int);
-  static const auto next = reinterpret_cast<Entry>(dlsym(RTLD_NEXT, "VORN_instable_dtrmv"));
-  next(uplo, trans, diag, n, a, lda, x, incx, uplo_len, trans_len, diag_len);
-}
-
-// ------------------------------------------------------------ departures
-
-// DTREVC is a departure (the layer copies SELECT back after the call): by
-// its standard name it runs the reference implementation, and the layer's
-// entry, which this executable's definition would catch, is never reached.
-using Dtrevc = void (*)(const char*, const char*, int*, const int*, const double*, const int*, double*, const int*,
-                        double*, const int*, const int*, int*, double*, int*, std::size_t, std::size_t);
-extern "C" void dtrevc_(const char*, const char*, int*, const int*, const double*, const int*, double*, const int*,
-                        double*, const int*, const int*, int*, double*, int*, std::size_t, std::size_t);
-namespace {
-int layer_trevc_calls = 0;
-}
-extern "C" __attribute__((visibility("default"))) void VORN_instable_dtrevc(
-    const char* side, const char* howmny, int* select, const int* n, const double* t, const int* ldt, double* vl,
-    const int* ldvl, double* vr, const int* ldvr, const int* mm, int* m, double* work, int* info) {
-  ++layer_trevc_calls;
-  using Entry = void (*)(const char*, const char*, int*, const int*, const double*, const int*, double*, const int*,
-                         double*, const int*, const int*, int*, double*, int*);
-  static const auto next = reinterpret_cast<Entry>(dlsym(RTLD_NEXT, "VORN_instable_dtrevc"));
-  next(side, howmny, select, n, t, ldt, vl, ldvl, vr, ldvr, mm, m, work, info);
-}
-
-namespace {
-
-TEST_F(LapackDropin, BlasLevel2ForwardersPassTheOptionLengths) {
-  // Options spelled out, as a Fortran program may pass them.
-  const int n = 3, lda = 4, inc = 1;
-  const auto a = random_matrix(lda, n, 5);
-  auto x = random_matrix(n, 1, 6), x_ref = x;
-  dtrmv_("Upper", "No transpose", "Non-unit", &n, a.data(), &lda, x.data(), &inc, 5, 12, 8);
-  EXPECT_EQ(seen_trmv_lengths, (std::vector<int>{5, 12, 8}));
-  using Trmv = void (*)(const char*, const char*, const char*, const int*, const double*, const int*, double*,
-                        const int*, std::size_t, std::size_t, std::size_t);
-  reference().fn<Trmv>("dtrmv_")("Upper", "No transpose", "Non-unit", &n, a.data(), &lda, x_ref.data(), &inc, 5, 12,
-                                 8);
-  expect_near(x, x_ref, 1e-14);
+TEST_F(LapackDropinDeathTest, AWrongReferenceLibraryIsNamed) {
+  const std::pair<const char*, const char*> cases[] = {
+      {"/nonexistent/liblapack.so.3", "cannot open the reference LAPACK library: /nonexistent/liblapack.so.3"},
+      {VORN_DROPIN_LAPACK, "sroundup_lwork_: the reference LAPACK library is this library"}};
+  for (const auto& [library, message] : cases) {
+    EXPECT_DEATH(
+        {
+          setenv("VORN_REFERENCE_LAPACK", library, 1);
+          const int lwork = 5;
+          sroundup_lwork_(&lwork);
+        },
+        message);
+  }
 }
 
 TEST_F(LapackDropin, BlasAsumAndScalReturnAtOnceForIncrementsBelowOne) {
@@ -368,13 +273,11 @@ TEST_F(LapackDropin, BlasAsumAndScalReturnAtOnceForIncrementsBelowOne) {
   const int n = 3;
   const double two = 2;
   const std::vector<double> x = {1.5, -2, 3, 4, -5, 6};
-  using Asum = double (*)(const int*, const double*, const int*);
-  using Scal = void (*)(const int*, const double*, double*, const int*);
   for (const int inc : {0, -1}) {
-    EXPECT_EQ(dasum_(&n, x.data(), &inc), reference().fn<Asum>("dasum_")(&n, x.data(), &inc)) << inc;
+    EXPECT_EQ(dasum_(&n, x.data(), &inc), reference().fn<decltype(&dasum_)>("dasum_")(&n, x.data(), &inc)) << inc;
     auto y = x, y_ref = x;
     zdscal_(&n, &two, y.data(), &inc);
-    reference().fn<Scal>("zdscal_")(&n, &two, y_ref.data(), &inc);
+    reference().fn<decltype(&zdscal_)>("zdscal_")(&n, &two, y_ref.data(), &inc);
     EXPECT_EQ(y, y_ref) << inc;
   }
 }
@@ -399,8 +302,8 @@ TEST_F(LapackDropin, DeparturesRunTheReferenceNotTheLayer) {
   std::vector<double> vr(n * n), vr_ref(n * n);
   int m = 0, m_ref = 0, info_ref = 0;
   dtrevc_("R", "S", select.data(), &n, t.data(), &n, nullptr, &n, vr.data(), &n, &n, &m, work.data(), &info, 1, 1);
-  reference().fn<Dtrevc>("dtrevc_")("R", "S", select_ref.data(), &n, t.data(), &n, nullptr, &n, vr_ref.data(), &n, &n,
-                                    &m_ref, work.data(), &info_ref, 1, 1);
+  reference().fn<decltype(&dtrevc_)>("dtrevc_")("R", "S", select_ref.data(), &n, t.data(), &n, nullptr, &n,
+                                                vr_ref.data(), &n, &n, &m_ref, work.data(), &info_ref, 1, 1);
   EXPECT_EQ(layer_trevc_calls, 0);
   EXPECT_EQ(info, info_ref);
   EXPECT_EQ(m, m_ref);

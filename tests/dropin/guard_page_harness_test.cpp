@@ -107,57 +107,37 @@ const std::map<std::string, std::map<std::string, int>> kRoutineValues = {
     {"LASD0", {{"SMLSIZ", 3}}},
 };
 
-// Inputs where the generic ones make no meaningful call, by family ("*": any
-// routine) and argument: element (row, column) from the generic value x, given
-// the precision's epsilon (0 for integer arrays) and which half of a complex
-// element it is. The bisection kernels need intervals W +- WERR that hold the
-// eigenvalues of a nearly diagonal matrix with diagonal 1..N; ?LALS0 needs
-// poles whose secular denominators stay away from zero, else single
-// precision amplifies rounding, and rotations between two distinct rows.
-struct Element {
-  long row, column;
-  double eps, x;
-  bool imaginary;
+// Integer inputs where the generic ones make no meaningful call, by family
+// and argument, element (row, column). The merge steps take two
+// subproblems, each sorted by its own part of INDXQ/IDXQ, numbered within
+// the subproblem; ?LALS0 and ?LALSA (two columns a tree level) one
+// rotation a node between two distinct rows, at most three secular roots.
+using Fill = int (*)(long row, long column);
+constexpr Fill kSubproblemOrder = [](long row, long) -> int {
+  return row < kSplit ? row + 1 : row == kSplit ? 1 : row - kSplit;  // ?LASD1/?LASD2: upper, middle row, lower
 };
-using Fill = double (*)(const Element&);
-constexpr Fill kAscending = [](const Element& e) { return e.row + 1.0; };
-// ?LASD1/?LASD2: the upper block's rows, the row between, the lower block's.
-constexpr Fill kSubproblemOrder = [](const Element& e) {
-  return e.row < kSplit ? e.row + 1.0 : e.row == kSplit ? 1.0 : e.row - kSplit;
-};
-constexpr Fill kUpper = [](const Element& e) { return e.row > e.column ? 0 : e.x; };
-constexpr Fill kUpperRealDiagonal = [](const Element& e) {
-  return e.row > e.column || (e.imaginary && e.row == e.column) ? 0 : e.x;
-};
-// ?LALS0's, and the same per tree level for ?LALSA (two columns a level):
-// one rotation a node, at most three secular roots.
 const std::map<std::string, Fill> kSecular = {
-    {"POLES", [](const Element& e) { return e.row + 1.0; }}, {"DIFL", [](const Element&) { return 0.5; }},
-    {"DIFR", [](const Element& e) { return e.column % 2 == 0 ? 0.25 : 1.0; }},
-    {"GIVCOL", [](const Element& e) { return e.row + 1.0 + e.column % 2; }},
-    {"GIVPTR", [](const Element&) { return 1.0; }}, {"K", [](const Element&) { return 3.0; }}};
-const std::map<std::string, Fill> kAnyRoutineInputs = {{"ANORM", [](const Element&) { return 1.0; }}};
+    {"GIVCOL", [](long row, long column) -> int { return row + 1 + column % 2; }},
+    {"GIVPTR", [](long, long) { return 1; }},
+    {"K", [](long, long) { return 3; }}};
 const std::map<std::string, std::map<std::string, Fill>> kRoutineInputs = {
-    {"LARRB",
-     {{"D", [](const Element& e) { return e.row + 1.0; }}, {"LLD", [](const Element&) { return 1e-4; }},
-      {"W", [](const Element& e) { return e.row + 1.01; }}, {"WERR", [](const Element&) { return 0.1; }},
-      {"WGAP", [](const Element&) { return 0.8; }}, {"RTOL1", [](const Element& e) { return 8 * e.eps; }},
-      {"RTOL2", [](const Element& e) { return 8 * e.eps; }}, {"PIVMIN", [](const Element&) { return 1e-30; }},
-      {"SPDIAM", [](const Element&) { return 5.0; }}}},
-    {"LARRJ",
-     {{"D", [](const Element& e) { return e.row + 1.0; }}, {"E2", [](const Element&) { return 1e-4; }},
-      {"W", [](const Element& e) { return e.row + 1.01; }}, {"WERR", [](const Element&) { return 0.1; }},
-      {"RTOL", [](const Element& e) { return 8 * e.eps; }}, {"PIVMIN", [](const Element&) { return 1e-30; }},
-      {"SPDIAM", [](const Element&) { return 5.0; }}}},
     {"LALS0", kSecular},
     {"LALSA", kSecular},
-    // The merge steps take two subproblems, each sorted by its own part of
-    // INDXQ/IDXQ, numbered within the subproblem.
-    {"LAED2", {{"D", kAscending}, {"INDXQ", [](const Element& e) { return e.row < kSplit ? e.row + 1.0 : e.row - kSplit + 1.0; }}}},
-    {"LASD1", {{"D", kAscending}, {"IDXQ", kSubproblemOrder}}},
-    {"LASD2", {{"D", kAscending}, {"IDXQ", kSubproblemOrder}}},
-    // Generalized eigenvectors need the triangular pair of a QZ step.
-    {"TGEVC", {{"S", kUpper}, {"P", kUpperRealDiagonal}}},
+    {"LAED2", {{"INDXQ", [](long row, long) -> int { return row < kSplit ? row + 1 : row - kSplit + 1; }}}},
+    {"LASD1", {{"IDXQ", kSubproblemOrder}}},
+    {"LASD2", {{"IDXQ", kSubproblemOrder}}},
+};
+// Floating inputs, by element: ?LARRB's bisection needs intervals W +- WERR
+// that hold the eigenvalues of a nearly diagonal matrix with diagonal 1..N;
+// a norm is not negative.
+using RealFill = double (*)(long element);
+const std::map<std::string, RealFill> kAnyRealInputs = {{"ANORM", [](long) { return 1.0; }}};
+const std::map<std::string, std::map<std::string, RealFill>> kRealInputs = {
+    {"LARRB",
+     {{"D", [](long i) { return i + 1.0; }}, {"LLD", [](long) { return 1e-4; }},
+      {"W", [](long i) { return i + 1.01; }}, {"WERR", [](long) { return 0.1; }}, {"WGAP", [](long) { return 0.8; }},
+      {"RTOL1", [](long) { return 1e-5; }}, {"RTOL2", [](long) { return 1e-5; }},
+      {"PIVMIN", [](long) { return 1e-30; }}, {"SPDIAM", [](long) { return 5.0; }}}},
 };
 
 // Options by argument name; anything unnamed is 'N'.
@@ -172,7 +152,8 @@ const std::map<std::string, std::map<std::string, char>> kRoutineOptions = {
     {"TRSNA", {{"JOB", 'B'}}},  {"TGSNA", {{"JOB", 'B'}}},  {"TRSEN", {{"JOB", 'B'}, {"COMPQ", 'V'}}},
     {"GEBAL", {{"JOB", 'B'}}},  {"BDSDC", {{"COMPQ", 'P'}}},  {"GESDD", {{"JOBZ", 'A'}}},
     {"GGSVD", {{"JOBU", 'U'}, {"JOBV", 'V'}, {"JOBQ", 'Q'}}}, {"GGSVP", {{"JOBU", 'U'}, {"JOBV", 'V'}, {"JOBQ", 'Q'}}},
-    {"GEJSV", {{"JOBA", 'C'}, {"JOBU", 'U'}, {"JOBV", 'V'}, {"JOBR", 'N'}, {"JOBT", 'N'}, {"JOBP", 'N'}}},  {"GGBAL", {{"JOB", 'B'}}},  {"STEBZ", {{"RANGE", 'A'}}},
+    {"GEJSV", {{"JOBA", 'C'}, {"JOBU", 'U'}, {"JOBV", 'V'}, {"JOBR", 'N'}, {"JOBT", 'N'}, {"JOBP", 'N'}}},
+    {"GGBAL", {{"JOB", 'B'}}},  {"STEBZ", {{"RANGE", 'A'}}},
 };
 
 // An argument's value by routine, by family, for any routine, else `otherwise`.
@@ -191,9 +172,6 @@ int scalar_value(const Routine& r, const std::string& name) {
   return name.rfind("LD", 0) == 0 ? kN : lookup(r, kRoutineValues, kValues, name, 1);
 }
 char option(const Routine& r, const std::string& name) { return lookup(r, kRoutineOptions, kOptions, name, 'N'); }
-Fill routine_input(const Routine& r, const std::string& name) {
-  return lookup<Fill>(r, kRoutineInputs, kAnyRoutineInputs, name, nullptr);
-}
 
 // ------------------------------------------------------------ the documented size
 
@@ -401,9 +379,9 @@ Call prepare(const Routine& r) {
       Guarded g = guarded(static_cast<std::size_t>(size), a.name);
       for (long j = 0; j < size; ++j)
         g.data[j] = a.intent == "out" ? -77 : a.kind == "l[]" ? (j % 2 == 0) : static_cast<int>(j % kN) + 1;
-      if (const Fill fill = routine_input(r, a.name)) {
+      if (const Fill fill = lookup<Fill>(r, kRoutineInputs, {}, a.name, nullptr)) {
         const long rows = rows_of(a, env, size);
-        for (long j = 0; j < size; ++j) g.data[j] = static_cast<int>(fill({j % rows, j / rows, 0, double(g.data[j]), false}));
+        for (long j = 0; j < size; ++j) g.data[j] = fill(j % rows, j / rows);
       }
       c.arrays.push_back(g);
       c.p[i] = g.data;
@@ -426,20 +404,13 @@ Call prepare(const Routine& r) {
             v[at] += 6.0;
         }
       }
-      if (const Fill fill = routine_input(r, a.name)) {
-        // A DIM may name its size first ("N=NL+NR+1").
-        const long count = a.kind.back() == ']' ? Expression(a.dim.substr(a.dim.find('=') + 1), env).count() : 1;
-        const long rows = rows_of(a, env, count);
-        const double eps = is_float(a) ? 0x1p-24 : 0x1p-53;
-        const long halves = is_complex(a) ? 2 : 1;
-        auto* f = reinterpret_cast<float*>(v.data());
-        for (std::size_t k = 0; k < static_cast<std::size_t>(count * halves); ++k) {
-          const long element = static_cast<long>(k) / halves;
-          const Element e{element % rows, element / rows, eps, is_float(a) ? f[k] : v[k], k % 2 == 1 && halves == 2};
+      if (const RealFill fill = lookup<RealFill>(r, kRealInputs, kAnyRealInputs, a.name, nullptr)) {
+        const long count = a.kind.back() == ']' ? Expression(a.dim, env).count() : 1;
+        for (long k = 0; k < count; ++k) {
           if (is_float(a))
-            f[k] = static_cast<float>(fill(e));
+            reinterpret_cast<float*>(v.data())[k] = static_cast<float>(fill(k));
           else
-            v[k] = fill(e);
+            v[k] = fill(k);
         }
       }
       c.p[i] = v.data();

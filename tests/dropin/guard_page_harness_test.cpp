@@ -127,17 +127,30 @@ const std::map<std::string, std::map<std::string, Fill>> kRoutineInputs = {
     {"LASD1", {{"IDXQ", kSubproblemOrder}}},
     {"LASD2", {{"IDXQ", kSubproblemOrder}}},
 };
-// Floating inputs, by element: ?LARRB's bisection needs intervals W +- WERR
-// that hold the eigenvalues of a nearly diagonal matrix with diagonal 1..N;
-// a norm is not negative.
-using RealFill = double (*)(long element);
-const std::map<std::string, RealFill> kAnyRealInputs = {{"ANORM", [](long) { return 1.0; }}};
+// Floating inputs, from an element's place, its random value x and which
+// half of a complex element it is: ?LARRB's bisection needs intervals
+// W +- WERR that hold the eigenvalues of a nearly diagonal matrix with
+// diagonal 1..N; generalized eigenvectors need the triangular pair of a QZ
+// step; a norm is not negative.
+struct Element {
+  long row, column;
+  double x;
+  bool imaginary;
+};
+using RealFill = double (*)(const Element&);
+constexpr RealFill kUpper = [](const Element& e) { return e.row > e.column ? 0 : e.x; };
+constexpr RealFill kUpperRealDiagonal = [](const Element& e) {
+  return e.row > e.column || (e.imaginary && e.row == e.column) ? 0 : e.x;
+};
+const std::map<std::string, RealFill> kAnyRealInputs = {{"ANORM", [](const Element&) { return 1.0; }}};
 const std::map<std::string, std::map<std::string, RealFill>> kRealInputs = {
     {"LARRB",
-     {{"D", [](long i) { return i + 1.0; }}, {"LLD", [](long) { return 1e-4; }},
-      {"W", [](long i) { return i + 1.01; }}, {"WERR", [](long) { return 0.1; }}, {"WGAP", [](long) { return 0.8; }},
-      {"RTOL1", [](long) { return 1e-5; }}, {"RTOL2", [](long) { return 1e-5; }},
-      {"PIVMIN", [](long) { return 1e-30; }}, {"SPDIAM", [](long) { return 5.0; }}}},
+     {{"D", [](const Element& e) { return e.row + 1.0; }}, {"LLD", [](const Element&) { return 1e-4; }},
+      {"W", [](const Element& e) { return e.row + 1.01; }}, {"WERR", [](const Element&) { return 0.1; }},
+      {"WGAP", [](const Element&) { return 0.8; }}, {"RTOL1", [](const Element&) { return 1e-5; }},
+      {"RTOL2", [](const Element&) { return 1e-5; }}, {"PIVMIN", [](const Element&) { return 1e-30; }},
+      {"SPDIAM", [](const Element&) { return 5.0; }}}},
+    {"TGEVC", {{"S", kUpper}, {"P", kUpperRealDiagonal}}},
 };
 
 // Options by argument name; anything unnamed is 'N'.
@@ -406,11 +419,14 @@ Call prepare(const Routine& r) {
       }
       if (const RealFill fill = lookup<RealFill>(r, kRealInputs, kAnyRealInputs, a.name, nullptr)) {
         const long count = a.kind.back() == ']' ? Expression(a.dim, env).count() : 1;
-        for (long k = 0; k < count; ++k) {
+        const long rows = rows_of(a, env, count), halves = is_complex(a) ? 2 : 1;
+        auto* f = reinterpret_cast<float*>(v.data());
+        for (long k = 0; k < count * halves; ++k) {
+          const Element e{k / halves % rows, k / halves / rows, is_float(a) ? f[k] : v[k], k % halves == 1};
           if (is_float(a))
-            reinterpret_cast<float*>(v.data())[k] = static_cast<float>(fill(k));
+            f[k] = static_cast<float>(fill(e));
           else
-            v[k] = fill(k);
+            v[k] = fill(e);
         }
       }
       c.p[i] = v.data();
@@ -464,7 +480,10 @@ void run_child(const Routine& r, Generic companion, Generic reference) {
     if (r.args[i].name == "INFO") {
       const int a = mine.scalars[i], b = theirs.scalars[i];
       if (a != b) say("DIFF INFO = " + std::to_string(a) + ", reference " + std::to_string(b));
-      if (a == b && a < 0) return;  // an argument error leaves every other output undocumented
+      if (a == b && a < 0) {  // the inputs make no meaningful call
+        say("argument error " + std::to_string(-a) + " on both sides");
+        return;
+      }
     }
   std::size_t k = 0;
   for (std::size_t i = 0; i < r.args.size(); ++i) {

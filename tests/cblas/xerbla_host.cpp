@@ -5,10 +5,12 @@
 // program prints every report its xerbla_ receives and every INFO, and
 // where its libblas.so.3 and liblapack.so.3 came from. Run against the
 // reference libraries and through the companions, the reports must match.
+#include <algorithm>
 #include <csetjmp>
 #include <cstddef>
 #include <cstdio>
-#include <cstring>
+#include <fstream>
+#include <set>
 #include <string>
 
 #define EXPORT extern "C" __attribute__((visibility("default")))
@@ -46,19 +48,14 @@ namespace {
 
 void mapped() {
   // Where the loader found the two libraries.
-  FILE* maps = std::fopen("/proc/self/maps", "r");
-  char line[4096];
-  std::string seen;
-  while (maps != nullptr && std::fgets(line, sizeof line, maps) != nullptr) {
-    const char* path = std::strchr(line, '/');
-    if (path == nullptr || (std::strstr(path, "/libblas.so") == nullptr && std::strstr(path, "/liblapack.so") == nullptr)) continue;
-    std::string p(path);
-    if (seen.find(p) == std::string::npos) {
-      seen += p;
-      std::printf("mapped %s", p.c_str());
-    }
+  std::ifstream maps("/proc/self/maps");
+  std::set<std::string> seen;
+  for (std::string line; std::getline(maps, line);) {
+    const std::string path = line.substr(std::min(line.find('/'), line.size()));
+    if ((path.find("/libblas.so") != std::string::npos || path.find("/liblapack.so") != std::string::npos) &&
+        seen.insert(path).second)
+      std::printf("mapped %s\n", path.c_str());
   }
-  if (maps != nullptr) std::fclose(maps);
 }
 
 }  // namespace

@@ -3,9 +3,11 @@
 // the reference implementation), called by its standard name as a gfortran
 // program calls it, with each integer and logical array at its documented
 // minimum size (the catalogue's DIM over the call's scalars) ending on an
-// inaccessible page. Results are held against the reference LAPACK in a
-// link-map namespace of its own. Each routine runs in a child process, so a
-// read or write past an array is reported by name rather than ending the run.
+// inaccessible page. INFO and the integer and logical results are held
+// against the reference LAPACK in a link-map namespace of its own (the
+// floating results are the LAPACK test programs' to judge). Each routine
+// runs in a child process, so a read or write past an array is reported by
+// name rather than ending the run.
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <signal.h>
@@ -105,66 +107,51 @@ const std::map<std::string, std::map<std::string, int>> kRoutineValues = {
     {"LASD0", {{"SMLSIZ", 3}}},
 };
 
-// Inputs where the generic ones make no meaningful call, by family ("*": any
-// routine) and argument: element (row, column) from the generic value x, given
-// the precision's epsilon (0 for integer arrays) and which half of a complex
-// element it is. The bisection kernels need intervals W +- WERR that hold the
-// eigenvalues of a nearly diagonal matrix with diagonal 1..N; ?LALS0 needs
-// poles whose secular denominators stay away from zero, else single
-// precision amplifies rounding, and rotations between two distinct rows.
+// Integer inputs where the generic ones make no meaningful call, by family
+// and argument, element (row, column). The merge steps take two
+// subproblems, each sorted by its own part of INDXQ/IDXQ, numbered within
+// the subproblem; ?LALS0 and ?LALSA (two columns a tree level) one
+// rotation a node between two distinct rows, at most three secular roots.
+using Fill = int (*)(long row, long column);
+constexpr Fill kSubproblemOrder = [](long row, long) -> int {
+  return row < kSplit ? row + 1 : row == kSplit ? 1 : row - kSplit;  // ?LASD1/?LASD2: upper, middle row, lower
+};
+const std::map<std::string, Fill> kSecular = {
+    {"GIVCOL", [](long row, long column) -> int { return row + 1 + column % 2; }},
+    {"GIVPTR", [](long, long) { return 1; }},
+    {"K", [](long, long) { return 3; }}};
+const std::map<std::string, std::map<std::string, Fill>> kRoutineInputs = {
+    {"LALS0", kSecular},
+    {"LALSA", kSecular},
+    {"LAED2", {{"INDXQ", [](long row, long) -> int { return row < kSplit ? row + 1 : row - kSplit + 1; }}}},
+    {"LASD1", {{"IDXQ", kSubproblemOrder}}},
+    {"LASD2", {{"IDXQ", kSubproblemOrder}}},
+};
+// Floating inputs, from an element's place, its random value x and which
+// half of a complex element it is: ?LARRB's bisection needs intervals
+// W +- WERR that hold the eigenvalues of a nearly diagonal matrix with
+// diagonal 1..N; generalized eigenvectors need the triangular pair of a QZ
+// step; a norm is not negative.
 struct Element {
   long row, column;
-  double eps, x;
+  double x;
   bool imaginary;
 };
-using Fill = double (*)(const Element&);
-constexpr Fill kAscending = [](const Element& e) { return e.row + 1.0; };
-// ?LASD1/?LASD2: the upper block's rows, the row between, the lower block's.
-constexpr Fill kSubproblemOrder = [](const Element& e) {
-  return e.row < kSplit ? e.row + 1.0 : e.row == kSplit ? 1.0 : e.row - kSplit;
-};
-constexpr Fill kUpper = [](const Element& e) { return e.row > e.column ? 0 : e.x; };
-constexpr Fill kUpperRealDiagonal = [](const Element& e) {
+using RealFill = double (*)(const Element&);
+constexpr RealFill kUpper = [](const Element& e) { return e.row > e.column ? 0 : e.x; };
+constexpr RealFill kUpperRealDiagonal = [](const Element& e) {
   return e.row > e.column || (e.imaginary && e.row == e.column) ? 0 : e.x;
 };
-// ?LALS0's, and the same per tree level for ?LALSA (two columns a level):
-// one rotation a node, at most three secular roots.
-const std::map<std::string, Fill> kSecular = {
-    {"POLES", [](const Element& e) { return e.row + 1.0; }}, {"DIFL", [](const Element&) { return 0.5; }},
-    {"DIFR", [](const Element& e) { return e.column % 2 == 0 ? 0.25 : 1.0; }},
-    {"GIVCOL", [](const Element& e) { return e.row + 1.0 + e.column % 2; }},
-    {"GIVPTR", [](const Element&) { return 1.0; }}, {"K", [](const Element&) { return 3.0; }}};
-const std::map<std::string, std::map<std::string, Fill>> kRoutineInputs = {
-    {"*", {{"ANORM", [](const Element&) { return 1.0; }}}},
+const std::map<std::string, RealFill> kAnyRealInputs = {{"ANORM", [](const Element&) { return 1.0; }}};
+const std::map<std::string, std::map<std::string, RealFill>> kRealInputs = {
     {"LARRB",
      {{"D", [](const Element& e) { return e.row + 1.0; }}, {"LLD", [](const Element&) { return 1e-4; }},
       {"W", [](const Element& e) { return e.row + 1.01; }}, {"WERR", [](const Element&) { return 0.1; }},
-      {"WGAP", [](const Element&) { return 0.8; }}, {"RTOL1", [](const Element& e) { return 8 * e.eps; }},
-      {"RTOL2", [](const Element& e) { return 8 * e.eps; }}, {"PIVMIN", [](const Element&) { return 1e-30; }},
+      {"WGAP", [](const Element&) { return 0.8; }}, {"RTOL1", [](const Element&) { return 1e-5; }},
+      {"RTOL2", [](const Element&) { return 1e-5; }}, {"PIVMIN", [](const Element&) { return 1e-30; }},
       {"SPDIAM", [](const Element&) { return 5.0; }}}},
-    {"LARRJ",
-     {{"D", [](const Element& e) { return e.row + 1.0; }}, {"E2", [](const Element&) { return 1e-4; }},
-      {"W", [](const Element& e) { return e.row + 1.01; }}, {"WERR", [](const Element&) { return 0.1; }},
-      {"RTOL", [](const Element& e) { return 8 * e.eps; }}, {"PIVMIN", [](const Element&) { return 1e-30; }},
-      {"SPDIAM", [](const Element&) { return 5.0; }}}},
-    {"LALS0", kSecular},
-    {"LALSA", kSecular},
-    // The merge steps take two subproblems, each sorted by its own part of
-    // INDXQ/IDXQ, numbered within the subproblem.
-    {"LAED2", {{"D", kAscending}, {"INDXQ", [](const Element& e) { return e.row < kSplit ? e.row + 1.0 : e.row - kSplit + 1.0; }}}},
-    {"LASD1", {{"D", kAscending}, {"IDXQ", kSubproblemOrder}}},
-    {"LASD2", {{"D", kAscending}, {"IDXQ", kSubproblemOrder}}},
-    // Generalized eigenvectors need the triangular pair of a QZ step.
     {"TGEVC", {{"S", kUpper}, {"P", kUpperRealDiagonal}}},
 };
-
-Fill routine_input(const Routine& r, const std::string& arg) {
-  for (const auto& key : {r.family(), std::string("*")}) {
-    const auto inputs = kRoutineInputs.find(key);
-    if (inputs != kRoutineInputs.end() && inputs->second.count(arg)) return inputs->second.at(arg);
-  }
-  return nullptr;
-}
 
 // Options by argument name; anything unnamed is 'N'.
 const std::map<std::string, char> kOptions = {
@@ -178,27 +165,26 @@ const std::map<std::string, std::map<std::string, char>> kRoutineOptions = {
     {"TRSNA", {{"JOB", 'B'}}},  {"TGSNA", {{"JOB", 'B'}}},  {"TRSEN", {{"JOB", 'B'}, {"COMPQ", 'V'}}},
     {"GEBAL", {{"JOB", 'B'}}},  {"BDSDC", {{"COMPQ", 'P'}}},  {"GESDD", {{"JOBZ", 'A'}}},
     {"GGSVD", {{"JOBU", 'U'}, {"JOBV", 'V'}, {"JOBQ", 'Q'}}}, {"GGSVP", {{"JOBU", 'U'}, {"JOBV", 'V'}, {"JOBQ", 'Q'}}},
-    {"GEJSV", {{"JOBA", 'C'}, {"JOBU", 'U'}, {"JOBV", 'V'}, {"JOBR", 'N'}, {"JOBT", 'N'}, {"JOBP", 'N'}}},  {"GGBAL", {{"JOB", 'B'}}},  {"STEBZ", {{"RANGE", 'A'}}},
+    {"GEJSV", {{"JOBA", 'C'}, {"JOBU", 'U'}, {"JOBV", 'V'}, {"JOBR", 'N'}, {"JOBT", 'N'}, {"JOBP", 'N'}}},
+    {"GGBAL", {{"JOB", 'B'}}},  {"STEBZ", {{"RANGE", 'A'}}},
 };
 
-int scalar_value(const Routine& r, const std::string& name) {
+// An argument's value by routine, by family, for any routine, else `otherwise`.
+template <class T>
+T lookup(const Routine& r, const std::map<std::string, std::map<std::string, T>>& specific,
+         const std::map<std::string, T>& any, const std::string& name, T otherwise) {
   for (const auto& key : {r.name, r.family()}) {
-    const auto it = kRoutineValues.find(key);
-    if (it != kRoutineValues.end() && it->second.count(name)) return it->second.at(name);
+    const auto it = specific.find(key);
+    if (it != specific.end() && it->second.count(name)) return it->second.at(name);
   }
-  if (name.rfind("LD", 0) == 0) return kN;
-  const auto it = kValues.find(name);
-  return it == kValues.end() ? 1 : it->second;
+  const auto it = any.find(name);
+  return it == any.end() ? otherwise : it->second;
 }
 
-char option(const Routine& r, const std::string& name) {
-  for (const auto& key : {r.name, r.family()}) {
-    const auto it = kRoutineOptions.find(key);
-    if (it != kRoutineOptions.end() && it->second.count(name)) return it->second.at(name);
-  }
-  const auto it = kOptions.find(name);
-  return it == kOptions.end() ? 'N' : it->second;
+int scalar_value(const Routine& r, const std::string& name) {
+  return name.rfind("LD", 0) == 0 ? kN : lookup(r, kRoutineValues, kValues, name, 1);
 }
+char option(const Routine& r, const std::string& name) { return lookup(r, kRoutineOptions, kOptions, name, 'N'); }
 
 // ------------------------------------------------------------ the documented size
 
@@ -287,8 +273,6 @@ class Expression {
 
 // `count` ints ending exactly where an inaccessible page begins.
 struct Guarded {
-  void* base = nullptr;
-  std::size_t mapped = 0;
   int* data = nullptr;
   char* guard = nullptr;
   std::string name;
@@ -298,9 +282,8 @@ Guarded guarded(std::size_t count, const std::string& name) {
   const std::size_t page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
   const std::size_t body = (count * sizeof(int) + page - 1) / page * page;
   Guarded g;
-  g.mapped = body + page;
-  g.base = mmap(nullptr, g.mapped, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-  g.guard = static_cast<char*>(g.base) + body;
+  void* base = mmap(nullptr, body + page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+  g.guard = static_cast<char*>(base) + body;
   mprotect(g.guard, page, PROT_NONE);
   g.data = reinterpret_cast<int*>(g.guard) - count;
   g.name = name;
@@ -409,9 +392,9 @@ Call prepare(const Routine& r) {
       Guarded g = guarded(static_cast<std::size_t>(size), a.name);
       for (long j = 0; j < size; ++j)
         g.data[j] = a.intent == "out" ? -77 : a.kind == "l[]" ? (j % 2 == 0) : static_cast<int>(j % kN) + 1;
-      if (const Fill fill = routine_input(r, a.name)) {
+      if (const Fill fill = lookup<Fill>(r, kRoutineInputs, {}, a.name, nullptr)) {
         const long rows = rows_of(a, env, size);
-        for (long j = 0; j < size; ++j) g.data[j] = static_cast<int>(fill({j % rows, j / rows, 0, double(g.data[j]), false}));
+        for (long j = 0; j < size; ++j) g.data[j] = fill(j % rows, j / rows);
       }
       c.arrays.push_back(g);
       c.p[i] = g.data;
@@ -434,16 +417,12 @@ Call prepare(const Routine& r) {
             v[at] += 6.0;
         }
       }
-      if (const Fill fill = routine_input(r, a.name)) {
-        // A DIM may name its size first ("N=NL+NR+1").
-        const long count = a.kind.back() == ']' ? Expression(a.dim.substr(a.dim.find('=') + 1), env).count() : 1;
-        const long rows = rows_of(a, env, count);
-        const double eps = is_float(a) ? 0x1p-24 : 0x1p-53;
-        const long halves = is_complex(a) ? 2 : 1;
+      if (const RealFill fill = lookup<RealFill>(r, kRealInputs, kAnyRealInputs, a.name, nullptr)) {
+        const long count = a.kind.back() == ']' ? Expression(a.dim, env).count() : 1;
+        const long rows = rows_of(a, env, count), halves = is_complex(a) ? 2 : 1;
         auto* f = reinterpret_cast<float*>(v.data());
-        for (std::size_t k = 0; k < static_cast<std::size_t>(count * halves); ++k) {
-          const long element = static_cast<long>(k) / halves;
-          const Element e{element % rows, element / rows, eps, is_float(a) ? f[k] : v[k], k % 2 == 1 && halves == 2};
+        for (long k = 0; k < count * halves; ++k) {
+          const Element e{k / halves % rows, k / halves / rows, is_float(a) ? f[k] : v[k], k % halves == 1};
           if (is_float(a))
             f[k] = static_cast<float>(fill(e));
           else
@@ -468,49 +447,17 @@ void invoke(Generic f, const Call& c) {
 
 // ------------------------------------------------------------ what may differ
 
-// Outputs the computational library legitimately computes otherwise than
-// the reference, keyed by family or routine, then argument ("*" for all
-// floating outputs of the routine).
-const char* const kVectors = "eigenvectors are determined up to a sign (a unit factor): the library's "
-                             "tridiagonal and Hessenberg solvers choose another";
-const char* const kEstimates = "a condition or separation estimate, and an estimate of another algorithm";
-const char* const kLengths = "IWORK(1) returns the library's own optimal LIWORK";
-const std::map<std::string, std::map<std::string, std::string>> kLegitimate = {
-    {"SYEVD", {{"A", kVectors}}}, {"GESDD", {{"U", kVectors}, {"VT", kVectors}}},
-    {"LAED0", {{"Q", kVectors}, {"QSTORE", kVectors}}}, {"HEEVD", {{"A", kVectors}}}, {"HEGVD", {{"A", kVectors}}},
-    {"GEEVX", {{"VL", kVectors}, {"VR", kVectors}, {"A", "the Schur form's 2-by-2 blocks are standardized "
-                                                      "by another sequence of rotations"}}},
-    {"GGEVX", {{"VL", kVectors}, {"VR", kVectors}, {"A", "the generalized Schur form of another QZ sweep"},
-               {"B", "the generalized Schur form of another QZ sweep"}}},
-    {"HBEVD", {{"Z", kVectors}}}, {"HBEVX", {{"Z", kVectors}}}, {"HEEVR", {{"Z", kVectors}, {"IWORK", kLengths}}},
-    {"HPEVD", {{"Z", kVectors}}}, {"HPEVX", {{"Z", kVectors}}}, {"SPEVD", {{"Z", kVectors}}},
-    {"SPEVX", {{"Z", kVectors}}}, {"STEDC", {{"Z", kVectors}}}, {"STEVD", {{"Z", kVectors}}},
-    {"STEVX", {{"Z", kVectors}}}, {"SYEVR", {{"Z", kVectors}, {"IWORK", kLengths}}}, {"SYEVX", {{"Z", kVectors}}},
-    {"STEGR", {{"IWORK", kLengths}}}, {"STEVR", {{"IWORK", kLengths}}},
-    {"TGSYL", {{"DIF", kEstimates}}}, {"LATDF", {{"RDSUM", kEstimates}, {"RDSCAL", kEstimates}}},
-    {"TGSY2", {{"RDSUM", kEstimates}, {"RDSCAL", kEstimates}}},
-};
-
-// Arrays that carry no result: their contents after the call are not part
-// of either library's documented behaviour.
-bool workspace(const Routine& r, const Arg& a) {
-  if (r.family() == "GEJSV" && a.name == "IWORK") return false;  // IWORK(1:3) carry results
-  return a.name == "WORK" || a.name == "RWORK" || (a.name == "IWORK" && a.dim.find("LIWORK") == std::string::npos) ||
-         a.name == "SWORK";
-}
-
-std::string legitimate(const Routine& r, const std::string& arg) {
-  for (const auto& key : {r.name, r.family()}) {
-    const auto it = kLegitimate.find(key);
-    if (it == kLegitimate.end()) continue;
-    for (const auto& k : {arg, std::string("*")})
-      if (it->second.count(k)) return it->second.at(k);
-  }
-  return "";
+// Written arrays that carry a result. An IWORK without LIWORK is workspace
+// (but ?GEJSV's IWORK(1:3) hold results); the MRRR drivers' IWORK(1) is the
+// library's own optimal LIWORK.
+bool compared(const Routine& r, const Arg& a) {
+  static const std::set<std::string> own_length = {"HEEVR", "SYEVR", "STEGR", "STEVR"};
+  if (!a.written() || a.name != "IWORK" || r.family() == "GEJSV") return a.written();
+  return a.dim.find("LIWORK") != std::string::npos && own_length.count(r.family()) == 0;
 }
 
 // Child: both calls, then the comparison, reported line by line.
-void run_child(const Routine& r, Generic companion, Generic reference, int* shim_info) {
+void run_child(const Routine& r, Generic companion, Generic reference) {
   Call mine = prepare(r), theirs = prepare(r);
   std::vector<Guarded> all = mine.arrays;
   all.insert(all.end(), theirs.arrays.begin(), theirs.arrays.end());
@@ -523,17 +470,14 @@ void run_child(const Routine& r, Generic companion, Generic reference, int* shim
   g_side = "companion";
   invoke(companion, mine);
   g_side = "reference";
-  *shim_info = 0;
   invoke(reference, theirs);
   g_guards = nullptr;
-  say("ARRAYS " + std::to_string(mine.arrays.size()));
   for (std::size_t i = 0; i < r.args.size(); ++i)
     if (r.args[i].name == "INFO") {
       const int a = mine.scalars[i], b = theirs.scalars[i];
       if (a != b) say("DIFF INFO = " + std::to_string(a) + ", reference " + std::to_string(b));
-      // An argument error leaves every other output undocumented.
-      if (a == b && a < 0) {
-        say("NAMED argument error " + std::to_string(-a) + ": no other output is documented");
+      if (a == b && a < 0) {  // the inputs make no meaningful call
+        say("argument error " + std::to_string(-a) + " on both sides");
         return;
       }
     }
@@ -543,49 +487,25 @@ void run_child(const Routine& r, Generic companion, Generic reference, int* shim
     if (a.integer_array()) {
       const Guarded& g = mine.arrays[k];
       const Guarded& h = theirs.arrays[k++];
-      if (!a.written() || workspace(r, a)) continue;
+      if (!compared(r, a)) continue;
       long size = (reinterpret_cast<int*>(g.guard) - g.data);
       if (a.name == "IWORK") size = std::min(size, 3L);  // ?GEJSV's results; the rest is workspace
       for (long j = 0; j < size; ++j)
         if (g.data[j] != h.data[j]) {
-          const std::string why = legitimate(r, a.name);
-          say((why.empty() ? "DIFF " : "NAMED ") + a.name + "(" + std::to_string(j + 1) + ") = " +
-              std::to_string(g.data[j]) + ", reference " + std::to_string(h.data[j]) + (why.empty() ? "" : ": " + why));
+          say("DIFF " + a.name + "(" + std::to_string(j + 1) + ") = " + std::to_string(g.data[j]) + ", reference " +
+              std::to_string(h.data[j]));
           break;
         }
     } else if (a.integer_scalar() && a.written() && mine.scalars[i] != theirs.scalars[i]) {
-      const std::string why = legitimate(r, a.name);
-      say((why.empty() ? "DIFF " : "NAMED ") + a.name + " = " + std::to_string(mine.scalars[i]) + ", reference " +
+      say("DIFF " + a.name + " = " + std::to_string(mine.scalars[i]) + ", reference " +
           std::to_string(theirs.scalars[i]));
-    } else if (is_floating(a) && a.written() && !workspace(r, a)) {
-      const bool single = is_float(a);
-      const std::size_t n = single ? kFloats : kFloats;
-      double worst = 0, scale = 1;
-      std::size_t where = 0;
-      for (std::size_t j = 0; j < n; ++j) {
-        const double x = single ? reinterpret_cast<const float*>(mine.reals[i].data())[j] : mine.reals[i][j];
-        const double y = single ? reinterpret_cast<const float*>(theirs.reals[i].data())[j] : theirs.reals[i][j];
-        scale = std::max(scale, std::fabs(y));
-        const double d = std::isnan(x) != std::isnan(y) ? INFINITY : std::isnan(x) ? 0 : std::fabs(x - y);
-        if (d > worst) worst = d, where = j;
-      }
-      const double tolerance = (single ? 2e-3 : 1e-9) * scale;
-      if (worst > tolerance) {
-        const std::string why = legitimate(r, a.name);
-        say((why.empty() ? "DIFF " : "NAMED ") + a.name + " element " + std::to_string(where) + " differs by " +
-            std::to_string(worst) + (why.empty() ? "" : ": " + why));
-      }
     }
   }
 }
 
-class GuardPageHarness : public ::testing::Test {};
-
-TEST_F(GuardPageHarness, EveryForwardedArrayRoutineAtDocumentedSizesMatchesTheReference) {
+TEST(GuardPageHarness, EveryForwardedArrayRoutineAtDocumentedSizesMatchesTheReference) {
   void* reference = dlmopen(LM_ID_NEWLM, VORN_REFERENCE_SHIM, RTLD_NOW | RTLD_LOCAL);
   ASSERT_NE(reference, nullptr) << dlerror();
-  auto* shim_info = static_cast<int*>(dlsym(reference, "vorn_shim_info"));
-  ASSERT_NE(shim_info, nullptr);
   void* companion = dlopen(VORN_DROPIN_LAPACK, RTLD_NOW | RTLD_NOLOAD);
   ASSERT_NE(companion, nullptr);
   // The namespace holds the reference library, not the companion.
@@ -595,7 +515,7 @@ TEST_F(GuardPageHarness, EveryForwardedArrayRoutineAtDocumentedSizesMatchesTheRe
 
   const auto routed = departures();
   ASSERT_GT(routed.size(), 20u);
-  std::size_t routines = 0, arrays = 0, equal = 0, named = 0, argument_errors = 0;
+  std::size_t routines = 0;
   const char* only = std::getenv("VORN_HARNESS_ONLY");
   for (const auto& r : array_routines()) {
     if (routed.count(r.lower()) || (only != nullptr && r.name != only)) continue;
@@ -620,7 +540,7 @@ TEST_F(GuardPageHarness, EveryForwardedArrayRoutineAtDocumentedSizesMatchesTheRe
       freopen("/dev/null", "w", stdout);
       alarm(60);  // a call that never returns fails the routine, not the run
       try {
-        run_child(r, reinterpret_cast<Generic>(mine), reinterpret_cast<Generic>(theirs), shim_info);
+        run_child(r, reinterpret_cast<Generic>(mine), reinterpret_cast<Generic>(theirs));
       } catch (const std::exception& e) {
         say(std::string("ERROR ") + e.what());
       }
@@ -634,31 +554,11 @@ TEST_F(GuardPageHarness, EveryForwardedArrayRoutineAtDocumentedSizesMatchesTheRe
     int status = 0;
     waitpid(child, &status, 0);
     ++routines;
-    bool clean = true, any_named = false;
     std::istringstream lines(text);
-    for (std::string line; std::getline(lines, line);) {
-      if (line.rfind("ARRAYS ", 0) == 0) {
-        arrays += std::stoul(line.substr(7));
-      } else if (line.rfind("NAMED ", 0) == 0) {
-        any_named = true;
-        if (line.find("argument error") != std::string::npos) {
-          ++argument_errors;
-          std::printf("[ harness  ] %s: %s\n", r.name.c_str(), line.substr(6, line.find(':') - 6).c_str());
-        }
-      } else {
-        ADD_FAILURE() << r.name << ": " << line;
-        clean = false;
-      }
-    }
-    if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) {
-      if (text.find("FAULT") == std::string::npos) ADD_FAILURE() << r.name << ": child ended with status " << status;
-      clean = false;
-    }
-    if (clean) any_named ? ++named : ++equal;
+    for (std::string line; std::getline(lines, line);) ADD_FAILURE() << r.name << ": " << line;
+    if ((!WIFEXITED(status) || WEXITSTATUS(status) != 0) && text.find("FAULT") == std::string::npos)
+      ADD_FAILURE() << r.name << ": child ended with status " << status;
   }
-  std::printf("[ harness  ] %zu routines, %zu integer and logical arrays at their documented sizes; "
-              "%zu equal to the reference, %zu with named differences (%zu of them the same argument error)\n",
-              routines, arrays, equal, named, argument_errors);
   if (only == nullptr) EXPECT_GT(routines, 400u);
 }
 

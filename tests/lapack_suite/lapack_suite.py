@@ -6,34 +6,51 @@ error-exit tests are switched off in the inputs. Each program prints one
 summary line per test path ("DGE", "DGS drivers", ...); the layer must run
 the same tests as the reference and fail no more of them, path by path.
 
-  lapack_suite.py check --precision d --dropin-dir DIR --work-dir DIR
-                        [--preload LIBS] [--families lin,mixed,rfp,eig]
+  lapack_suite.py check --precision d --dropin-dir DIR --work-dir DIR [--preload LIBS]
 
-Writes <work>/<precision>/{reference,layer}/*.out, a summary.json beside
-them, and prints the comparison table. Exit status 1 when the layer falls
+Writes <work>/<precision>/{reference,layer}/*.out and prints the comparison
+table. Exit status 1 when the layer falls
 behind anywhere, or when a program crashed or did not finish.
+
+  lapack_suite.py attribute --from lapack --program xeigtstd --input dgd.in
+                            --path "DGS drivers" --dropin-dir DIR [--preload LIBS]
+
+A developer's diagnosis, not a test: finds which routines of the
+computational library make a path fail through the layer where the
+reference passes it. A small preloaded library takes chosen standard names
+away from the companions and sends them to the reference library (the jump
+stubs the companion liblapack.so.3 uses for the routines outside the set);
+the chosen set is narrowed to a minimal one that brings the path's failure
+count to what routing every candidate gives.
 """
 from __future__ import annotations
 
 import argparse
-import json
 import os
 import re
 import subprocess
 import sys
-import time
+import tempfile
 from dataclasses import dataclass, field
 from pathlib import Path
 
+ROOT = Path(__file__).resolve().parents[2]
+sys.path.insert(0, str(ROOT / "tools" / "codegen"))
+
+import catalogue  # noqa: E402
+import dropin  # noqa: E402
+
 PROGRAMS = Path("/usr/lib/x86_64-linux-gnu/lapack")
 REFERENCE_PATH = "/usr/lib/x86_64-linux-gnu/lapack:/usr/lib/x86_64-linux-gnu/blas"
+REFERENCE = {"blas": "/usr/lib/x86_64-linux-gnu/blas/libblas.so.3",
+             "lapack": "/usr/lib/x86_64-linux-gnu/lapack/liblapack.so.3"}
 
 # The eigenvalue inputs, as LAPACK's own test driver lists them, with the
 # balancing inputs its CMake runs as well; "?" is the precision letter.
 EIG_INPUTS = ("nep sep se2 svd ?ec ?ed ?gg ?gd ?sb ?sg ?bb glm gqr gsv csd lse "
               "?bal ?bak ?gbal ?gbak").split()
 MIXED = {"d": ("xlintstds", "dstest.in"), "z": ("xlintstzc", "zctest.in")}
-FAMILIES = ("lin", "mixed", "rfp", "eig")
+TIMEOUT = 1200  # seconds per program run
 
 
 @dataclass(frozen=True)
@@ -45,7 +62,7 @@ class Known:
     extra_runs: int = 0  # tests the layer's run may count beyond the reference's
 
 
-# Each was traced with attribute.py, which routes chosen names to the
+# Each was traced with the attribute command, which routes chosen names to the
 # reference libraries: the difference goes away exactly when the named
 # routines are the reference's. A preloaded library calling the
 # computational library's entries directly, without the layer, fails the
@@ -95,17 +112,11 @@ class Run:
         return f"{self.program}_{self.input.removesuffix('.in')}.out"
 
 
-def runs_for(precision: str, families: list[str]) -> list[Run]:
-    out = []
-    if "lin" in families:
-        out.append(Run(f"xlintst{precision}", f"{precision}test.in"))
-    if "mixed" in families and precision in MIXED:
-        out.append(Run(*MIXED[precision]))
-    if "rfp" in families:
-        out.append(Run(f"xlintstrf{precision}", f"{precision}test_rfp.in"))
-    if "eig" in families:
-        out += [Run(f"xeigtst{precision}", i.replace("?", precision) + ".in") for i in EIG_INPUTS]
-    return out
+def runs_for(precision: str) -> list[Run]:
+    mixed = [Run(*MIXED[precision])] if precision in MIXED else []
+    return ([Run(f"xlintst{precision}", f"{precision}test.in")] + mixed
+            + [Run(f"xlintstrf{precision}", f"{precision}test_rfp.in")]
+            + [Run(f"xeigtst{precision}", i.replace("?", precision) + ".in") for i in EIG_INPUTS])
 
 
 ERROR_EXIT_LINE = re.compile(r"^(\s*)(T|\.TRUE\.)(\s+Put T to test the error exits)", re.I | re.M)
@@ -135,13 +146,12 @@ def path_key(text: str) -> str:
 class Outcome:
     finished: bool = False
     status: int = 0
-    seconds: float = 0.0
     paths: dict[str, list[int]] = field(default_factory=dict)  # key -> [run, failed]
     trouble: list[str] = field(default_factory=list)
 
 
-def parse(text: str, status: int, seconds: float) -> Outcome:
-    o = Outcome(finished="End of tests" in text, status=status, seconds=seconds)
+def parse(text: str, status: int) -> Outcome:
+    o = Outcome(finished="End of tests" in text, status=status)
     for m in FAILED.finditer(text):
         entry = o.paths.setdefault(path_key(m.group(1)), [0, 0])
         entry[0] += int(m.group(3))
@@ -166,7 +176,6 @@ def run_all(runs: list[Run], env: dict[str, str], work: Path, timeout: int,
             run_env = {**env, "LD_DEBUG": "bindings", "LD_DEBUG_OUTPUT": str(work / "bindings")}
         source = PROGRAMS / run.input
         (work / run.input).write_text(without_error_exits(source.read_text()))
-        start = time.monotonic()
         try:
             with open(work / run.input) as stdin:
                 p = subprocess.run([str(PROGRAMS / run.program)], stdin=stdin, cwd=work, env=run_env,
@@ -176,14 +185,8 @@ def run_all(runs: list[Run], env: dict[str, str], work: Path, timeout: int,
         except subprocess.TimeoutExpired as e:
             text, status = (e.stdout or b"").decode(errors="replace") + "\n(timed out)\n", -1
         (work / run.output).write_text(text)
-        outcomes[run.label] = parse(text, status, time.monotonic() - start)
-    (work / "summary.json").write_text(json.dumps({k: vars(v) for k, v in outcomes.items()}, indent=1))
+        outcomes[run.label] = parse(text, status)
     return outcomes
-
-
-def loaded_libraries(program: Path, env: dict[str, str]) -> str:
-    return subprocess.run([str(program)], env={**env, "LD_TRACE_LOADED_OBJECTS": "1"},
-                          capture_output=True, text=True).stdout
 
 
 def check_bindings(work: Path, dropin: Path) -> list[str]:
@@ -237,27 +240,8 @@ def compare(runs: list[Run], reference: dict[str, Outcome], layer: dict[str, Out
     return problems
 
 
-def totals(outcomes: dict[str, Outcome]) -> tuple[int, int, float]:
-    run = sum(v[0] for o in outcomes.values() for v in o.paths.values())
-    failed = sum(v[1] for o in outcomes.values() for v in o.paths.values())
-    return run, failed, sum(o.seconds for o in outcomes.values())
-
-
-def main() -> int:
-    ap = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
-    ap.add_argument("command", choices=("check",))
-    ap.add_argument("--precision", required=True, choices=list("sdcz"))
-    ap.add_argument("--dropin-dir", required=True, type=Path)
-    ap.add_argument("--work-dir", required=True, type=Path)
-    ap.add_argument("--preload", default="", help="colon-separated libraries preloaded into the layer's runs")
-    ap.add_argument("--families", default=",".join(FAMILIES))
-    ap.add_argument("--timeout", type=int, default=1200, help="seconds per program run")
-    args = ap.parse_args()
-    families = [f for f in args.families.split(",") if f]
-    if not set(families) <= set(FAMILIES):
-        ap.error(f"families are {FAMILIES}")
-    runs = runs_for(args.precision, families)
-
+def check(args: argparse.Namespace) -> int:
+    runs = runs_for(args.precision)
     base = {k: v for k, v in os.environ.items() if k not in ("LD_LIBRARY_PATH", "LD_PRELOAD")}
     base["MKL_NUM_THREADS"] = "1"
     reference_env = {**base, "LD_LIBRARY_PATH": REFERENCE_PATH}
@@ -266,24 +250,89 @@ def main() -> int:
         # The programs run in the work directory: preloads by absolute path.
         layer_env["LD_PRELOAD"] = ":".join(str(Path(p).resolve()) for p in args.preload.split(":") if p)
 
-    # The programs must reach the companion libraries, and through them the layer.
-    for program in sorted({r.program for r in runs}):
-        loaded = loaded_libraries(PROGRAMS / program, layer_env)
-        for name in ("liblapack.so.3", "libblas.so.3"):
-            if f"{name} => {args.dropin_dir.resolve()}/{name} " not in loaded or "libvorn.so" not in loaded:
-                print(f"{program}: {name} is not the companion library:\n{loaded}")
-                return 1
-
     work = args.work_dir / args.precision
-    reference = run_all(runs, reference_env, work / "reference", args.timeout)
-    layer = run_all(runs, layer_env, work / "layer", args.timeout, frozenset(KNOWN_HANGS), log_bindings=True)
+    reference = run_all(runs, reference_env, work / "reference", TIMEOUT)
+    layer = run_all(runs, layer_env, work / "layer", TIMEOUT, frozenset(KNOWN_HANGS), log_bindings=True)
     problems = compare(runs, reference, layer) + check_bindings(work / "layer", args.dropin_dir.resolve())
-    for who, outcomes in (("reference", reference), ("layer", layer)):
-        run, failed, seconds = totals(outcomes)
-        print(f"{who}: {len(outcomes)} runs, {run} tests, {failed} failed the threshold, {seconds:.1f} s")
     for p in problems:
         print(f"PROBLEM: {p}")
     return 1 if problems else 0
+
+
+# Never routed by attribute: the programs' own XERBLA and ILAENV stay
+# theirs; LSAME is not numerical.
+NEVER_ROUTED = {"xerbla_", "xerbla_array_", "lsame_", "ilaenv_"}
+
+
+def minimal_set(names: list[str], target: int, failures) -> list[str]:
+    """Drops chunks of the set, halving the chunk size, while the failure
+    count stays at its fully routed value."""
+    kept, chunks = list(names), 2
+    while len(kept) > 1:
+        size = max(1, len(kept) // chunks)
+        for start in range(0, len(kept), size):
+            trial = kept[:start] + kept[start + size:]
+            if trial and failures(trial) == target:
+                kept = trial
+                break
+        else:
+            if size == 1:
+                break
+            chunks *= 2
+    return kept
+
+
+def attribute(args: argparse.Namespace) -> int:
+    listing = subprocess.run(["nm", "-D", "--defined-only", "-P", REFERENCE[args.source]],
+                             check=True, capture_output=True, text=True).stdout
+    in_set = {f"{r.lower}_" for r in catalogue.load(ROOT / "catalogue" / "routines.cat")}
+    names = [n for n in dropin.reference_names(listing) if n in in_set and n not in NEVER_ROUTED]
+    run = Run(args.program, args.input)
+    with tempfile.TemporaryDirectory() as directory:
+        scratch = Path(directory)
+
+        def failures(routed: list[str]) -> int:
+            (scratch / "stubs.S").write_text(dropin.stubs_assembly(routed))
+            (scratch / "table.cpp").write_text(dropin.stub_table_source(routed))
+            subprocess.run([os.environ.get("CXX", "g++"), "-shared", "-fPIC", "-O1", "-o", str(scratch / "route.so"),
+                            str(scratch / "stubs.S"), str(scratch / "table.cpp"),
+                            str(ROOT / "dropin" / "reference_dispatch.S"),
+                            str(ROOT / "dropin" / "reference_resolve.cpp"),
+                            f'-DVORN_REFERENCE_LAPACK="{REFERENCE[args.source]}"', f"-I{ROOT}", "-ldl"], check=True)
+            preload = [str(scratch / "route.so")] + [str(Path(p).resolve()) for p in args.preload.split(":") if p]
+            env = {**os.environ, "LD_LIBRARY_PATH": str(args.dropin_dir.resolve()),
+                   "LD_PRELOAD": ":".join(preload), "MKL_NUM_THREADS": "1"}
+            outcome = run_all([run], env, scratch / "run", TIMEOUT)[run.label]
+            return outcome.paths.get(path_key(args.path), [0, 0])[1]
+
+        none, every = failures([]), failures(names)
+        print(f"{args.path}: {none} failures through the layer, {every} with all {len(names)} "
+              f"{args.source} routines from the reference")
+        if none == every:
+            print("the reference's routines of this library make no difference")
+            return 0
+        kept = minimal_set(names, every, failures)
+    print(f"{every} failures already with only these from the reference: {' '.join(kept)}")
+    return 0
+
+
+def main() -> int:
+    ap = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
+    commands = ap.add_subparsers(dest="command", required=True)
+    c = commands.add_parser("check")
+    c.add_argument("--precision", required=True, choices=list("sdcz"))
+    c.add_argument("--work-dir", required=True, type=Path)
+    a = commands.add_parser("attribute")
+    a.add_argument("--from", dest="source", choices=sorted(REFERENCE), required=True,
+                   help="which library's names to route to the reference")
+    a.add_argument("--program", required=True)
+    a.add_argument("--input", required=True)
+    a.add_argument("--path", required=True, help='summary path, e.g. "DGS drivers"')
+    for p in (c, a):
+        p.add_argument("--dropin-dir", required=True, type=Path)
+        p.add_argument("--preload", default="", help="colon-separated libraries preloaded into the layer's runs")
+    args = ap.parse_args()
+    return check(args) if args.command == "check" else attribute(args)
 
 
 if __name__ == "__main__":

@@ -222,31 +222,9 @@ Row laswp(int k1, int k2, int incx) {
           {span * 8u}};
 }
 
-// ?BDSDC: IQ only in compact form, given back over 3N(NLVL+1).
-Row bdsdc(const char* compq) {
-  const int n = 60;
-  const bool compact = *compq == 'P' || *compq == 'p';
-  const size_t iq_length = 3u * n * (depth(n, "DBDSDC") + 1);
-  std::vector<size_t> sizes{8u * n * 8};
-  if (compact) sizes.insert(sizes.begin(), iq_length * 8);
-  return {std::string("bdsdc_") + compq, [=](const Side& s) {
-            auto d = random_matrix(n, 1, 5), e = random_matrix(n, 1, 6);
-            int nn = n, info = 0;
-            std::vector<double> u(n * n), vt(n * n), q(n * n * 4), work(3 * n * n + 4 * n);
-            auto iq = ints(iq_length + 8), iwork = ints(8 * n);
-            s("dbdsdc", "U", compq, &nn, d.data(), e.data(), u.data(), &nn, vt.data(), &nn, q.data(), iq.data(),
-              work.data(), iwork.data(), &info);
-            Out o;
-            o.i(info).r(d).keep(iwork);
-            if (!compact) return o.keep(iq);
-            if (s.layer()) EXPECT_GT(std::count_if(iq.begin(), iq.end(), [](int x) { return x != kSentinel; }), n);
-            return o.keep(iq, iq_length);
-          },
-          sizes, 1e-12};
-}
-
 std::vector<Row> rows() {
   const int gelsd_levels = 30 / static_cast<double>(leaf_size("ZGELSD") + 1) > 2.0 ? 2 : 1;
+  const size_t iq_length = 3u * 60 * (depth(60, "DBDSDC") + 1);
   std::vector<Row> t = {
       getrf(9, 5, 9), getrf(4, 8, 4), getrf(7, 7, 7),
       getrf(6, 6, 4),   // bad LDA: reported by the layer, MKL not reached
@@ -364,6 +342,7 @@ std::vector<Row> rows() {
          std::vector<int> isgn(n, 0), isave(3, 0);
          std::vector<i64> left;
          double est = 0;
+         observe::GuardPages fresh;  // zeroed scratch: only a copy-in shows the caller's signs
          if (s.layer()) {
            g_before = [&](Word* w) { EXPECT_EQ(std::count(static_cast<i64*>(w[3]), static_cast<i64*>(w[3]) + n, 7), 0); };
            g_after = [&](Word* w) { left.assign(static_cast<i64*>(w[3]), static_cast<i64*>(w[3]) + n); };
@@ -451,7 +430,24 @@ std::vector<Row> rows() {
          return Out().i(info).i(rank).r(sv).r(b).keep(iwork, 1);
        },
        {(3u * gelsd_levels + 14) * 30 * 8}, 1e-8},
-      bdsdc("I"), bdsdc("p"),
+      // ?BDSDC takes IQ only in compact form, given back over 3N(NLVL+1).
+      {"bdsdc",
+       [=](const Side& s) {
+         int n = 60, info = 0;
+         Out o;
+         for (const char* compq : {"I", "p"}) {
+           auto d = random_matrix(n, 1, 5), e = random_matrix(n, 1, 6);
+           std::vector<double> u(n * n), vt(n * n), q(n * n * 4), work(3 * n * n + 4 * n);
+           auto iq = ints(iq_length + 8), iwork = ints(8 * n);
+           s("dbdsdc", "U", compq, &n, d.data(), e.data(), u.data(), &n, vt.data(), &n, q.data(), iq.data(),
+             work.data(), iwork.data(), &info);
+           o.i(info).r(d).keep(iwork).keep(iq, *compq == 'p' ? iq_length : 0);
+           if (s.layer() && *compq == 'p')
+             EXPECT_GT(std::count_if(iq.begin(), iq.end(), [](int x) { return x != kSentinel; }), n);
+         }
+         return o;
+       },
+       {60 * 8 * 8, iq_length * 8, 60 * 8 * 8}, 1e-12},
   };
   return t;
 }

@@ -16,11 +16,11 @@
 #include <fstream>
 #include <functional>
 #include <map>
+#include <random>
 #include <sstream>
 #include <string>
 #include <vector>
 
-#include "support/fixtures.h"
 #include "support/observe.h"
 #include "support/reference.h"
 #include "vorn_instable.h"
@@ -30,7 +30,6 @@ using zd = std::complex<double>;
 using Word = void*;
 
 namespace {
-using namespace fixtures;
 constexpr int kSentinel = 0x5A5A5A5A;
 double* const kNone = nullptr;
 // Set by a row for the layer's call only: sees the arguments of a spied MKL
@@ -61,6 +60,41 @@ VORN_SPY(mkl_lapack_dsyevd) VORN_SPY(mkl_lapack_dlacn2)
 #undef VORN_SPY
 
 namespace {
+
+std::vector<double> random_matrix(int rows, int cols, unsigned seed) {
+  std::mt19937 gen(seed);
+  std::uniform_real_distribution<double> u(-1.0, 1.0);
+  std::vector<double> a(static_cast<std::size_t>(rows) * cols);
+  for (auto& x : a) x = u(gen);
+  return a;
+}
+
+std::vector<double> symmetric_matrix(int n, unsigned seed) {
+  auto a = random_matrix(n, n, seed);
+  for (int j = 0; j < n; ++j)
+    for (int i = 0; i < j; ++i) a[i + j * n] = a[j + i * n];
+  return a;
+}
+
+double max_diff(const std::vector<double>& a, const std::vector<double>& b) {
+  double d = 0;
+  for (std::size_t i = 0; i < std::min(a.size(), b.size()); ++i) d = std::max(d, std::abs(a[i] - b[i]));
+  return d;
+}
+
+// The library's own calls of one kind since the last observe::reset().
+std::vector<observe::Event> of_kind(observe::Kind k) {
+  std::vector<observe::Event> out;
+  for (const auto& e : observe::events())
+    if (e.kind == k) out.push_back(e);
+  return out;
+}
+
+std::vector<std::size_t> allocation_sizes() {
+  std::vector<std::size_t> out;
+  for (const auto& e : of_kind(observe::Kind::Allocate)) out.push_back(e.bytes);
+  return out;
+}
 
 // One side of a row: the reference routine or the layer's plain entry, by
 // lower-case name. Six hidden lengths follow the arguments: the reference
@@ -391,7 +425,7 @@ std::vector<Row> kernel_rows() {
 }
 
 std::vector<Row> rows() {
-  const int gelsd_levels = 30 / static_cast<double>(leaf_size("ZGELSD") + 1) > 2.0 ? 2 : 1;
+  const int gelsd_levels = depth(30, "ZGELSD");
   const size_t iq_length = 3u * 60 * (depth(60, "DBDSDC") + 1);
   std::vector<Row> t = {
       getrf(9, 5, 9), getrf(4, 8, 4), getrf(7, 7, 7),

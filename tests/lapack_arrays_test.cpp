@@ -2,8 +2,9 @@
 // call sequence run on the reference LAPACK and then through the layer: what
 // comes back, what the layer leaves as the caller had it, the scratch arrays
 // it obtains (their sizes say which arrays it took and for how long), the
-// reports, and what MKL is handed where the layer decides it. Then a sweep
-// that makes every scratch allocation of every such routine fail in turn.
+// reports, and what MKL is handed where the layer decides it. The kernels
+// run so under their reference callers. Then a sweep that makes every
+// scratch allocation of every such routine fail in turn.
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 
@@ -15,11 +16,11 @@
 #include <fstream>
 #include <functional>
 #include <map>
+#include <random>
 #include <sstream>
 #include <string>
 #include <vector>
 
-#include "support/fixtures.h"
 #include "support/observe.h"
 #include "support/reference.h"
 #include "vorn_instable.h"
@@ -29,7 +30,6 @@ using zd = std::complex<double>;
 using Word = void*;
 
 namespace {
-using namespace fixtures;
 constexpr int kSentinel = 0x5A5A5A5A;
 double* const kNone = nullptr;
 // Set by a row for the layer's call only: sees the arguments of a spied MKL
@@ -60,6 +60,41 @@ VORN_SPY(mkl_lapack_dsyevd) VORN_SPY(mkl_lapack_dlacn2)
 #undef VORN_SPY
 
 namespace {
+
+std::vector<double> random_matrix(int rows, int cols, unsigned seed) {
+  std::mt19937 gen(seed);
+  std::uniform_real_distribution<double> u(-1.0, 1.0);
+  std::vector<double> a(static_cast<std::size_t>(rows) * cols);
+  for (auto& x : a) x = u(gen);
+  return a;
+}
+
+std::vector<double> symmetric_matrix(int n, unsigned seed) {
+  auto a = random_matrix(n, n, seed);
+  for (int j = 0; j < n; ++j)
+    for (int i = 0; i < j; ++i) a[i + j * n] = a[j + i * n];
+  return a;
+}
+
+double max_diff(const std::vector<double>& a, const std::vector<double>& b) {
+  double d = 0;
+  for (std::size_t i = 0; i < std::min(a.size(), b.size()); ++i) d = std::max(d, std::abs(a[i] - b[i]));
+  return d;
+}
+
+// The library's own calls of one kind since the last observe::reset().
+std::vector<observe::Event> of_kind(observe::Kind k) {
+  std::vector<observe::Event> out;
+  for (const auto& e : observe::events())
+    if (e.kind == k) out.push_back(e);
+  return out;
+}
+
+std::vector<std::size_t> allocation_sizes() {
+  std::vector<std::size_t> out;
+  for (const auto& e : of_kind(observe::Kind::Allocate)) out.push_back(e.bytes);
+  return out;
+}
 
 // One side of a row: the reference routine or the layer's plain entry, by
 // lower-case name. Six hidden lengths follow the arguments: the reference
@@ -123,7 +158,6 @@ std::vector<zd> complex_matrix(int rows, int cols, unsigned seed) {
 }
 
 extern "C" int negative_real(const double* wr, const double*) { return ++g_selections, *wr < 0.0; }
-extern "C" int negative_real_z(const zd* w) { return ++g_selections, w->real() < 0.0; }
 
 // Real Schur form (T, Q, eigenvalues) of a random matrix, by the reference.
 struct Schur {
@@ -223,120 +257,176 @@ Row laswp(int k1, int k2, int incx) {
           {span * 8u}};
 }
 
-// ?SYEVX: IFAIL only with eigenvectors, given back over N (the first M set).
-Row syevx(const char* jobz) {
-  const int n = 7;
-  const bool vectors = *jobz != 'N';
-  std::vector<size_t> sizes{5u * n * 8};
-  if (vectors) sizes.push_back(n * 8u);
-  return {std::string("syevx_") + jobz, [=](const Side& s) {
-            auto a = symmetric_matrix(n, 6);
-            int nn = n, il = 2, iu = 4, m = 0, info = 0, lwork = 8 * n;
-            double vl = 0, vu = 0, abstol = 0;
-            std::vector<double> w(n), z(n * n), work(lwork);
-            auto iwork = ints(5 * n), ifail = ints(n + 1);
-            s("dsyevx", jobz, "I", "L", &nn, a.data(), &nn, &vl, &vu, &il, &iu, &abstol, &m, w.data(), z.data(), &nn,
-              work.data(), &lwork, iwork.data(), ifail.data(), &info);
-            Out o;
-            o.i(info).i(m).r(w, m).keep(iwork);
-            return vectors ? o.i(ifail, 0, m).wrote(ifail, m, n).keep(ifail, n) : o.keep(ifail);
-          },
-          sizes};
+// ------------------------------------------------ kernels under their reference callers
+//
+// The divide-and-conquer and bisection kernels' integer arrays are sized from
+// the subproblem tree, which only a real caller builds. The reference LAPACK
+// reaches its kernels through the global scope, where the forwarders below
+// come first: on a row's layer side the routed kernel's calls go through the
+// layer, otherwise to the reference's own. Fortran passes everything by
+// address (hidden lengths last), so one forwarder of enough address-sized
+// words serves every kernel.
+
+using Kernel = void (*)(Word, Word, Word, Word, Word, Word, Word, Word, Word, Word, Word, Word, Word, Word, Word,
+                        Word, Word, Word, Word, Word, Word, Word, Word, Word, Word, Word, Word, Word);
+
+struct Route {
+  Kernel layer, reference;
+  int calls = 0;
+};
+std::string g_routed;
+
+Route& route(const std::string& name) {
+  static std::map<std::string, Route> routes;
+  auto it = routes.find(name);
+  if (it == routes.end()) {
+    const std::string layer = "VORN_instable_" + name, ref = name + "_";
+    it = routes.emplace(name, Route{reinterpret_cast<Kernel>(dlsym(RTLD_DEFAULT, layer.c_str())),
+                                    reinterpret_cast<Kernel>(reference::symbol(ref.c_str()))}).first;
+    if (it->second.layer == nullptr) std::abort();
+  }
+  return it->second;
 }
 
-// ?GEES: BWORK (N elements back) only when sorting, never on a query.
-Row gees(const char* sort) {
-  const int n = 9;
-  return {std::string("gees_") + sort, [=](const Side& s) {
-            int nn = n, lwork = 10 * n, sdim = -1, info = 0;
-            auto a = random_matrix(n, n, 1);
-            std::vector<double> wr(n), wi(n), vs(n * n), work(lwork);
-            auto bwork = ints(n + 1);
-            g_selections = 0;
-            s("dgees", "V", sort, &negative_real, &nn, a.data(), &nn, &sdim, wr.data(), wi.data(), vs.data(), &nn,
-              work.data(), &lwork, bwork.data(), &info);
-            EXPECT_GT(g_selections, 0) << "the callback was handed on";
-            return Out().i(info).i(sdim).r(wr).wrote(bwork, 0, n).keep(bwork, n);
-          },
-          {n * 8u}};
+}  // namespace
+
+#define VORN_ROUTE(f)                                                                                               \
+  extern "C" void f##_(Word a, Word b, Word c, Word d, Word e, Word f_, Word g, Word h, Word i, Word j, Word k,      \
+                       Word l, Word m, Word n, Word o, Word p, Word q, Word r, Word s, Word t, Word u, Word v,       \
+                       Word w, Word x, Word y, Word z, Word aa, Word ab) {                                          \
+    Route& rt = route(#f);                                                                                          \
+    const bool routed = g_routed == #f;                                                                             \
+    rt.calls += routed;                                                                                             \
+    (routed ? rt.layer : rt.reference)(a, b, c, d, e, f_, g, h, i, j, k, l, m, n, o, p, q, r, s, t, u, v, w, x, y, \
+                                       z, aa, ab);                                                                  \
+  }
+VORN_ROUTE(slaed7) VORN_ROUTE(dlaed7) VORN_ROUTE(claed7) VORN_ROUTE(zlaed7)
+VORN_ROUTE(slaed8) VORN_ROUTE(dlaed8) VORN_ROUTE(claed8) VORN_ROUTE(zlaed8)
+VORN_ROUTE(slaeda) VORN_ROUTE(dlaeda) VORN_ROUTE(slaed9) VORN_ROUTE(dlaed9)
+VORN_ROUTE(dlaed1) VORN_ROUTE(dlaed2) VORN_ROUTE(dlaed3) VORN_ROUTE(dlaed4) VORN_ROUTE(dlaed6)
+VORN_ROUTE(dlasd0) VORN_ROUTE(dlasd1) VORN_ROUTE(dlasd2) VORN_ROUTE(dlasd3) VORN_ROUTE(dlasd4)
+VORN_ROUTE(dlasd6) VORN_ROUTE(dlasd7) VORN_ROUTE(dlasd8) VORN_ROUTE(dlasda) VORN_ROUTE(dlasdt)
+VORN_ROUTE(dlarrb) VORN_ROUTE(dlarrd) VORN_ROUTE(dlarre) VORN_ROUTE(dlarrv) VORN_ROUTE(zlarrv)
+#undef VORN_ROUTE
+
+namespace {
+
+template <class V>
+std::vector<double> magnitudes(const V& v) {
+  std::vector<double> out;
+  for (const auto& x : v) out.push_back(std::abs(x));
+  return out;
 }
 
-// ?HSEIN: IFAILL for SIDE = 'L' (or 'B'), IFAILR for 'R' (or 'B').
-Row hsein(const char* side) {
-  const int n = 7;
-  return {std::string("hsein_") + side, [=](const Side& s) {
-            int nn = n, one = 1, info = 0, mm = n, m = 0;
-            auto h = random_matrix(n, n, 30);
-            for (int j = 0; j < n; ++j)
-              for (int i = j + 2; i < n; ++i) h[i + j * n] = 0.0;
-            auto hs = h;
-            std::vector<double> wr(n), wi(n), z(1), work(n * n + 2 * n), v(n * n), w((n + 2) * n);
-            int lwork = static_cast<int>(work.size());
-            Side{true}("dhseqr", "E", "N", &nn, &one, &nn, hs.data(), &nn, wr.data(), wi.data(), z.data(), &one,
-                       work.data(), &lwork, &info);
-            std::vector<int> select(n, 1);
-            select[1] = 0;
-            auto ifaill = ints(n), ifailr = ints(n);
-            s("dhsein", side, "N", "N", select.data(), &nn, h.data(), &nn, wr.data(), wi.data(), v.data(), &nn,
-              v.data(), &nn, &mm, &m, w.data(), ifaill.data(), ifailr.data(), &info);
-            const bool right = *side == 'R';
-            return Out().i(info).i(m).i(select).r(v).i(right ? ifailr : ifaill, 0, m).keep(right ? ifaill : ifailr);
-          },
-          {n * 8u, n * 8u}};
+// ?LAED0 over a random tridiagonal matrix, Q the identity: the eigenvalues,
+// and the eigenvectors (in magnitude: a vector's sign is free) unless
+// ICOMPQ = 0. R is the real type, T Q's type (complex for CLAED0/ZLAED0,
+// which have no ICOMPQ).
+template <class R, class T = R>
+Out laed0(int icompq, int n) {
+  constexpr bool complex = !std::is_same_v<R, T>;
+  const auto d0 = random_matrix(n, 1, 21), e0 = random_matrix(n, 1, 22);
+  std::vector<R> d(d0.begin(), d0.end()), e(e0.begin(), e0.end());
+  std::vector<T> q(static_cast<size_t>(n) * n);
+  for (int i = 0; i < n; ++i) q[i + static_cast<size_t>(i) * n] = T(1);
+  auto qstore = q;
+  const int lg = static_cast<int>(std::ceil(std::log2(n)));
+  std::vector<R> work(1 + 4 * n + 2 * n * lg + 3 * n * n);
+  std::vector<int> iwork(6 + 6 * n + 5 * n * lg);
+  int info = 0;
+  const std::string name = std::string(1, "sdcz"[(sizeof(R) == 8) + 2 * complex]) + "laed0";
+  if constexpr (complex)
+    Side{true}(name, &n, &n, d.data(), e.data(), q.data(), &n, qstore.data(), &n, work.data(), iwork.data(), &info);
+  else
+    Side{true}(name, &icompq, &n, &n, d.data(), e.data(), q.data(), &n, qstore.data(), &n, work.data(), iwork.data(),
+               &info);
+  return Out().i(info).r(std::vector<double>(d.begin(), d.end())).r(icompq == 0 ? std::vector<double>{} : magnitudes(q));
 }
 
-// ?BDSDC: IQ only in compact form, given back over 3N(NLVL+1).
-Row bdsdc(const char* compq) {
-  const int n = 60;
-  const bool compact = *compq == 'P' || *compq == 'p';
-  const size_t iq_length = 3u * n * (depth(n, "DBDSDC") + 1);
-  std::vector<size_t> sizes{8u * n * 8};
-  if (compact) sizes.insert(sizes.begin(), iq_length * 8);
-  return {std::string("bdsdc_") + compq, [=](const Side& s) {
-            auto d = random_matrix(n, 1, 5), e = random_matrix(n, 1, 6);
-            int nn = n, info = 0;
-            std::vector<double> u(n * n), vt(n * n), q(n * n * 4), work(3 * n * n + 4 * n);
-            auto iq = ints(iq_length + 8), iwork = ints(8 * n);
-            s("dbdsdc", "U", compq, &nn, d.data(), e.data(), u.data(), &nn, vt.data(), &nn, q.data(), iq.data(),
-              work.data(), iwork.data(), &info);
-            Out o;
-            o.i(info).r(d).keep(iwork);
-            if (!compact) return o.keep(iq);
-            if (s.layer()) EXPECT_GT(std::count_if(iq.begin(), iq.end(), [](int x) { return x != kSentinel; }), n);
-            return o.keep(iq, iq_length);
-          },
-          sizes, 1e-12};
+// DBDSDC on a random bidiagonal matrix: singular values, and the singular
+// vectors with COMPQ = 'I' or the compact form's integer part IQ with 'P'
+// (its Q part holds entries LAPACK leaves undefined).
+Out dbdsdc(const char* compq, int n) {
+  auto d = random_matrix(n, 1, 29), e = random_matrix(n, 1, 30);
+  std::vector<double> u(static_cast<size_t>(n) * n), vt(u.size()), q(static_cast<size_t>(n) * 100),
+      work(3 * n * n + 4 * n + 64 * n);
+  std::vector<int> iq(static_cast<size_t>(n) * 40), iwork(8 * n);
+  int info = 0;
+  Side{true}("dbdsdc", "U", compq, &n, d.data(), e.data(), u.data(), &n, vt.data(), &n, q.data(), iq.data(),
+             work.data(), iwork.data(), &info);
+  Out o;
+  o.i(info).r(d);
+  return *compq == 'I' ? o.r(magnitudes(u)) : o.i(iq);
 }
 
-// ?LASDA: the tree arrays sized by the library's own leaf size; PERM,
-// GIVPTR and GIVCOL only with ICOMPQ = 1.
-Row lasda(int icompq) {
-  const int n = 60, levels = depth(n, "DLASDA") + 1;
-  const std::vector<size_t> sizes = icompq == 1 ? std::vector<size_t>{n * 8u, n * 8u, n * 2u * levels * 8,
-                                                                      n * 1u * levels * 8, 7u * n * 8}
-                                                : std::vector<size_t>{n * 8u, 7u * n * 8};
-  return {"lasda_" + std::to_string(icompq), [=](const Side& s) {
-            int ic = icompq, sm = 9, nn = n, sqre = 0, info = 0;
-            auto d = random_matrix(n, 1, 7), e = random_matrix(n, 1, 8);
-            const size_t wide = n * 40u;
-            std::vector<double> u(wide), vt(wide), difl(wide), difr(wide), z(wide), poles(wide), givnum(wide), c(n),
-                sn(n), work(6 * n + 100);
-            auto k = ints(n + 1), givptr = ints(n + 1), givcol = ints(n * 2 * levels + 64),
-                 perm = ints(n * levels + 64), iwork = ints(7 * n);
-            s("dlasda", &ic, &sm, &nn, &sqre, d.data(), e.data(), u.data(), &nn, vt.data(), k.data(), difl.data(),
-              difr.data(), z.data(), poles.data(), givptr.data(), givcol.data(), &nn, perm.data(), givnum.data(),
-              c.data(), sn.data(), work.data(), iwork.data(), &info);
-            std::sort(d.begin(), d.end());  // the merged values' order is not fixed
-            Out o;
-            o.i(info).r(d).keep(iwork).keep(k, n);
-            if (icompq == 0) return o.keep(givptr).keep(perm);
-            return o.keep(givptr, n).keep(givcol, n * 2 * levels).keep(perm, n * levels).wrote(givcol, n * 2 * levels - 1, n * 2 * levels);
-          },
-          sizes, 1e-12};
+// ?STEMR for all eigenpairs ('A') or a range by index ('I', which takes the
+// bisection path through DLARRD).
+template <class Z>
+Out stemr(const char* range, int n) {
+  auto d = random_matrix(n, 1, 33), e = random_matrix(n, 1, 34);
+  int il = 3, iu = n - 5, m = 0, nzc = n, info = 0, lwork = 18 * n, liwork = 10 * n, tryrac = 1;
+  double vl = 0, vu = 0;
+  std::vector<double> w(n), work(lwork);
+  std::vector<Z> z(static_cast<size_t>(n) * n);
+  std::vector<int> isuppz(2 * n), iwork(liwork);
+  Side{true}(sizeof(Z) == 8 ? "dstemr" : "zstemr", "V", range, &n, d.data(), e.data(), &vl, &vu, &il, &iu, &m,
+             w.data(), z.data(), &n, &nzc, isuppz.data(), &tryrac, work.data(), &lwork, iwork.data(), &liwork, &info);
+  z.resize(static_cast<size_t>(m) * n);
+  return Out().i(info).r(w, m).r(magnitudes(z));
+}
+
+// A row per kernel and caller: the caller's results, the kernel its
+// reference's or the layer's with every scratch array between inaccessible
+// pages, must be the same.
+std::vector<Row> kernel_rows() {
+  struct Caller {
+    const char* kernels;
+    const char* name;
+    std::function<Out()> run;
+    double tolerance;
+  };
+  constexpr double kD = 1e-10, kS = 1e-4;
+  const std::vector<Caller> callers = {
+      {"dlaed7 dlaed8", "dlaed0_200", [] { return laed0<double>(1, 200); }, kD},
+      {"dlaed7 dlaed9", "dlaed0_values_301", [] { return laed0<double>(0, 301); }, kD},
+      {"slaed7 slaed8", "slaed0_130", [] { return laed0<float>(1, 130); }, kS},
+      {"claed7 claed8 slaed9", "claed0_130", [] { return laed0<float, std::complex<float>>(1, 130); }, kS},
+      {"zlaed7 zlaed8", "zlaed0_200", [] { return laed0<double, zd>(1, 200); }, kD},
+      // ?LAEDA's arrays are sized by the subproblem's N ln N while ?LAED7
+      // hands it whole-tree arrays; from five merge levels on (N = 420) the
+      // library reads past them, as those sizes are set. Each N here keeps
+      // every subproblem's N ln N and 2N ln N at least an eighth past a
+      // whole number, where the copy stays within its block.
+      {"dlaeda", "dlaed0_224", [] { return laed0<double>(1, 224); }, kD},
+      {"slaeda", "slaed0_64", [] { return laed0<float>(1, 64); }, kS},
+      {"dlaed1 dlaed2 dlaed3 dlaed4", "dlaed0_icompq2_200", [] { return laed0<double>(2, 200); }, kD},
+      {"dlaed6 dlasd0 dlasd1 dlasd2 dlasd3 dlasd4 dlasdt", "dbdsdc_I_150", [] { return dbdsdc("I", 150); }, kD},
+      {"dlasda dlasd6 dlasd7 dlasd8", "dbdsdc_P_150", [] { return dbdsdc("P", 150); }, kD},
+      {"dlarre dlarrv", "dstemr_A_120", [] { return stemr<double>("A", 120); }, kD},
+      {"zlarrv", "zstemr_A_120", [] { return stemr<zd>("A", 120); }, kD},
+      {"dlarrd dlarrb", "dstemr_I_120", [] { return stemr<double>("I", 120); }, kD}};
+  std::vector<Row> out;
+  for (const Caller& c : callers) {
+    std::istringstream kernels(c.kernels);
+    for (std::string k; kernels >> k;)
+      out.push_back({k + "_under_" + c.name,
+                     [k, run = c.run](const Side& s) {
+                       observe::GuardPages guard;
+                       route(k).calls = 0;
+                       g_routed = s.layer() ? k : "";
+                       const Out o = run();
+                       g_routed.clear();
+                       if (s.layer()) EXPECT_GT(route(k).calls, 0) << "the caller never reached the kernel";
+                       return o;
+                     },
+                     kUnsized, c.tolerance});
+  }
+  return out;
 }
 
 std::vector<Row> rows() {
-  const int gelsd_levels = 30 / static_cast<double>(leaf_size("ZGELSD") + 1) > 2.0 ? 2 : 1;
+  const int gelsd_levels = depth(30, "ZGELSD");
+  const size_t iq_length = 3u * 60 * (depth(60, "DBDSDC") + 1);
   std::vector<Row> t = {
       getrf(9, 5, 9), getrf(4, 8, 4), getrf(7, 7, 7),
       getrf(6, 6, 4),   // bad LDA: reported by the layer, MKL not reached
@@ -356,29 +446,23 @@ std::vector<Row> rows() {
        },
        {8}},
       gesvx("N"), gesvx("E"), gesvx("f"),
-      // A workspace query neither obtains nor converts the pivots.
-      {"sytrf_query",
-       [](const Side& s) {
-         int n = 10, lwork = -1, info = 0;
-         auto a = symmetric_matrix(n, 41);
-         auto ipiv = ints(n);
-         double work[4] = {};
-         s("dsytrf", "U", &n, a.data(), &n, ipiv.data(), work, &lwork, &info);
-         if (s.layer()) EXPECT_GE(work[0], 1.0);
-         return Out().i(info).keep(ipiv);
-       },
-       {}},
-      // 2x2 pivots come back negative.
+      // A workspace query neither obtains nor converts the pivots; 2x2
+      // pivots come back negative.
       {"sytrf_sytrs",
        [](const Side& s) {
-         int n = 9, nrhs = 2, info = 0, lwork = 64 * 9;
+         int n = 9, nrhs = 2, info = 0, lwork = -1;
          auto a = symmetric_matrix(n, 43), b = random_matrix(n, nrhs, 44);
-         std::vector<double> work(lwork);
+         std::vector<double> work(64 * 9);
          auto ipiv = ints(n);
+         s("dsytrf", "L", &n, a.data(), &n, ipiv.data(), work.data(), &lwork, &info);
+         if (s.layer()) EXPECT_GE(work[0], 1.0);
+         Out o;
+         o.i(info).keep(ipiv);
+         lwork = static_cast<int>(work.size());
          s("dsytrf", "L", &n, a.data(), &n, ipiv.data(), work.data(), &lwork, &info);
          EXPECT_LT(*std::min_element(ipiv.begin(), ipiv.end()), 0);
          s("dsytrs", "L", &n, &nrhs, a.data(), &n, ipiv.data(), b.data(), &n, &info);
-         return Out().i(info).i(ipiv).r(b);
+         return o.i(info).i(ipiv).r(b);
        },
        {72, 72}},
       laswp(1, 5, -1), laswp(2, 5, 2), laswp(2, 4, -3), laswp(1, 6, 1),
@@ -395,33 +479,27 @@ std::vector<Row> rows() {
          return Out().i(info).i(ipiv).i(jpiv).r(a).r(rhs).r({scale});
        },
        {40, 40, 40, 40}},
-      // Only IWORK(1), the minimal LIWORK, comes back.
+      // One length of -1 makes both a query; only IWORK(1), the minimal
+      // LIWORK, comes back.
       {"syevd",
        [](const Side& s) {
-         int n = 12, lwork = 1 + 6 * 12 + 2 * 144, liwork = 3 + 5 * 12, info = 0;
+         int n = 12, lwork = -1, liwork = 3 + 5 * 12, info = 0;
          auto a = symmetric_matrix(n, 1);
-         std::vector<double> w(n), work(lwork);
+         std::vector<double> w(n), work(1 + 6 * 12 + 2 * 144);
          auto iwork = ints(liwork);
-         s("dsyevd", "V", "U", &n, a.data(), &n, w.data(), work.data(), &lwork, iwork.data(), &liwork, &info);
-         return Out().i(info).r(w).wrote(iwork, 0, 1).keep(iwork, 1);
-       },
-       {63 * 8}},
-      // One length of -1 makes both a query.
-      {"syevd_mixed_query",
-       [](const Side& s) {
-         int n = 10, lwork = -1, liwork = 100, info = 0;
          i64 seen[2] = {};
          if (s.layer())
-           g_before = [&](Word* w) { seen[0] = *static_cast<i64*>(w[7]), seen[1] = *static_cast<i64*>(w[9]); };
-         auto a = symmetric_matrix(n, 2);
-         std::vector<double> w(n), work(1);
-         auto iwork = ints(100);
-         s("dsyevd", "V", "L", &n, a.data(), &n, w.data(), work.data(), &lwork, iwork.data(), &liwork, &info);
+           g_before = [&](Word* v) { seen[0] = *static_cast<i64*>(v[7]), seen[1] = *static_cast<i64*>(v[9]); };
+         s("dsyevd", "V", "U", &n, a.data(), &n, w.data(), work.data(), &lwork, iwork.data(), &liwork, &info);
          g_before = nullptr;
          if (s.layer()) EXPECT_TRUE(seen[0] == -1 && seen[1] == -1) << seen[0] << " " << seen[1];
-         return Out().i(info).i(iwork[0] >= 3 + 5 * n).wrote(iwork, 0, 1).keep(iwork, 1);
+         Out o;
+         o.i(info).i(iwork[0] >= liwork).wrote(iwork, 0, 1).keep(iwork, 1);
+         lwork = static_cast<int>(work.size()), iwork = ints(liwork);
+         s("dsyevd", "V", "U", &n, a.data(), &n, w.data(), work.data(), &lwork, iwork.data(), &liwork, &info);
+         return o.i(info).r(w).wrote(iwork, 0, 1).keep(iwork, 1);
        },
-       {8}},
+       {8, 63 * 8}},
       // ?STEMR takes ISUPPZ for any range and gives back 2M of it.
       {"stemr_by_index",
        [](const Side& s) {
@@ -435,7 +513,6 @@ std::vector<Row> rows() {
          return Out().i(info).i(m).r(w, m).i(isuppz, 0, 2 * m).keep(isuppz, 2 * m);
        },
        {24 * 8, 120 * 8}},
-      syevx("N"), syevx("v"),
       // ?STEBZ gives IBLOCK and ISPLIT back over N; ?STEIN takes them whole.
       {"stebz_stein",
        [](const Side& s) {
@@ -467,6 +544,7 @@ std::vector<Row> rows() {
          std::vector<int> isgn(n, 0), isave(3, 0);
          std::vector<i64> left;
          double est = 0;
+         observe::GuardPages fresh;  // zeroed scratch: only a copy-in shows the caller's signs
          if (s.layer()) {
            g_before = [&](Word* w) { EXPECT_EQ(std::count(static_cast<i64*>(w[3]), static_cast<i64*>(w[3]) + n, 7), 0); };
            g_after = [&](Word* w) { left.assign(static_cast<i64*>(w[3]), static_cast<i64*>(w[3]) + n); };
@@ -484,50 +562,27 @@ std::vector<Row> rows() {
          return Out().i(calls).i(isave).r({est});
        },
        kUnsized},
-      // ?GEJSV's IWORK is workspace to the layer; the reference reports in it.
-      {"gejsv",
+      // ?GEES takes BWORK (N elements back) only when sorting, never on a
+      // query, and hands the selection on.
+      {"gees",
        [](const Side& s) {
-         int m = 8, n = 5, info = 0, lwork = 2 * 8 + 5 * 100;
-         auto a = random_matrix(m, n, 11);
-         std::vector<double> sva(n), u(m * n), v(n * n), work(lwork);
-         auto iwork = ints(m + 3 * n);
-         s("dgejsv", "C", "U", "V", "N", "N", "N", &m, &n, a.data(), &m, sva.data(), u.data(), &m, v.data(), &n,
-           work.data(), &lwork, iwork.data(), &info);
-         for (double& x : sva) x *= work[1] / work[0];
-         return Out().i(info).r(sva).keep(iwork);
-       },
-       {23 * 8}},
-      gees("S"), gees("s"),
-      {"gees_unsorted_and_query",
-       [](const Side& s) {
-         int n = 5, lwork = 50, sdim = 0, info = 0;
-         auto a = random_matrix(n, n, 2);
-         std::vector<double> wr(n), wi(n), vs(n * n), work(lwork);
-         auto bwork = ints(n);
-         g_selections = 0;
-         s("dgees", "V", "N", &negative_real, &n, a.data(), &n, &sdim, wr.data(), wi.data(), vs.data(), &n,
-           work.data(), &lwork, bwork.data(), &info);
-         EXPECT_EQ(g_selections, 0);
+         int n = 9, sdim = -1, info = 0;
+         std::vector<double> wr(n), wi(n), vs(n * n), work(10 * n);
+         auto bwork = ints(n + 1);
          Out o;
-         o.i(info).r(wr);
-         lwork = -1;
-         s("dgees", "V", "s", &negative_real, &n, a.data(), &n, &sdim, wr.data(), wi.data(), vs.data(), &n,
-           work.data(), &lwork, bwork.data(), &info);
-         return o.i(info).keep(bwork);
+         for (const char* sort : {"N", "s", "S"}) {
+           auto a = random_matrix(n, n, 1);
+           int lwork = *sort == 's' ? -1 : 10 * n;
+           g_selections = 0;
+           s("dgees", "V", sort, &negative_real, &n, a.data(), &n, &sdim, wr.data(), wi.data(), vs.data(), &n,
+             work.data(), &lwork, bwork.data(), &info);
+           if (*sort == 'N') EXPECT_EQ(g_selections, 0);
+           if (*sort != 'S') o.i(info).keep(bwork);
+         }
+         EXPECT_GT(g_selections, 0) << "the callback was handed on";
+         return o.i(info).i(sdim).r(wr).wrote(bwork, 0, n).keep(bwork, n);
        },
-       {}},
-      {"zgees_sorted",
-       [](const Side& s) {
-         int n = 7, lwork = 70, sdim = 0, info = 0;
-         auto a = complex_matrix(n, n, 3);
-         std::vector<zd> w(n), vs(n * n), work(lwork);
-         std::vector<double> rwork(n);
-         auto bwork = ints(n);
-         s("zgees", "V", "S", &negative_real_z, &n, a.data(), &n, &sdim, w.data(), vs.data(), &n, work.data(),
-           &lwork, rwork.data(), bwork.data(), &info);
-         return Out().i(info).i(sdim).r(w);
-       },
-       {56}},
+       {72}},
       // DTREVC settles a complex pair selected by its second eigenvalue in
       // SELECT, which comes back.
       {"trevc_pair",
@@ -547,7 +602,6 @@ std::vector<Row> rows() {
          return Out().i(info).i(m).i(select).r(vr);
        },
        {64}},
-      hsein("R"), hsein("l"),
       // ?TRSEN reads SELECT and gives back only IWORK(1).
       {"trsen",
        [](const Side& s) {
@@ -578,20 +632,27 @@ std::vector<Row> rows() {
          return Out().i(info).i(rank).r(sv).r(b).keep(iwork, 1);
        },
        {(3u * gelsd_levels + 14) * 30 * 8}, 1e-8},
-      bdsdc("N"), bdsdc("I"), bdsdc("p"), lasda(0), lasda(1),
-      // ?LAEDA sizes its arrays by N ln N (4 ln 4 = 5.5 elements: 44 bytes;
-      // 8 ln 4 for GIVCOL), QPTR by N + 2.
-      {"laeda_4",
-       [](const Side& s) {
-         int n = 4, tlvls = 1, curlvl = 1, curpbm = 0, info = 0;
-         std::vector<int> prmptr(8, 1), perm(8, 1), givptr(8, 1), givcol(16, 1), qptr = {1, 5, 9, 9, 9, 9};
-         std::vector<double> givnum(32), q = random_matrix(16, 1, 9), z(n), ztemp(n);
-         s("dlaeda", &n, &tlvls, &curlvl, &curpbm, prmptr.data(), perm.data(), givptr.data(), givcol.data(),
-           givnum.data(), q.data(), qptr.data(), z.data(), ztemp.data(), &info);
-         return Out().i(info).r(z);
+      // ?BDSDC takes IQ only in compact form, given back over 3N(NLVL+1).
+      {"bdsdc",
+       [=](const Side& s) {
+         int n = 60, info = 0;
+         Out o;
+         for (const char* compq : {"I", "p"}) {
+           auto d = random_matrix(n, 1, 5), e = random_matrix(n, 1, 6);
+           std::vector<double> u(n * n), vt(n * n), q(n * n * 4), work(3 * n * n + 4 * n);
+           auto iq = ints(iq_length + 8), iwork = ints(8 * n);
+           s("dbdsdc", "U", compq, &n, d.data(), e.data(), u.data(), &n, vt.data(), &n, q.data(), iq.data(),
+             work.data(), iwork.data(), &info);
+           o.i(info).r(d).keep(iwork).keep(iq, *compq == 'p' ? iq_length : 0);
+           if (s.layer() && *compq == 'p')
+             EXPECT_GT(std::count_if(iq.begin(), iq.end(), [](int x) { return x != kSentinel; }), n);
+         }
+         return o;
        },
-       {44, 44, 44, 88, 48}},
+       {60 * 8 * 8, iq_length * 8, 60 * 8 * 8}, 1e-12},
   };
+  const auto kernels = kernel_rows();
+  t.insert(t.end(), kernels.begin(), kernels.end());
   return t;
 }
 
@@ -637,39 +698,6 @@ TEST_P(LapackArrays, MatchTheReference) {
 INSTANTIATE_TEST_SUITE_P(Rows, LapackArrays, ::testing::ValuesIn(rows()),
                          [](const ::testing::TestParamInfo<Row>& info) { return info.param.name; });
 
-// ?GELSD's IWORK for min(M, N) against the tree depth the layer must reach;
-// the minimal LIWORK arrives in IWORK(1) and RANK from a fresh cell.
-TEST(LapackDepth, GelsdSizesIworkFromTheTreeDepth) {
-  const int leaf = leaf_size("DGELSD") + 1;
-  ASSERT_GT(leaf, 1);
-  for (auto [minmn, nlvl] : {std::pair{2 * leaf, 1}, {2 * leaf + 1, 2}, {4 * leaf, 2}, {8 * leaf, 3}, {leaf / 2, 1},
-                             {0, 1}}) {
-    SCOPED_TRACE(minmn);
-    observe::reset();
-    int m = minmn + 3, n = minmn, nrhs = 1, lwork = -1, rank = -5, info = 0;
-    double rcond = -1, work = 0, a = 0, b = 0, s = 0;
-    auto iwork = ints(2);
-    VORN_instable_dgelsd(&m, &n, &nrhs, &a, &m, &b, &m, &s, &rcond, &rank, &work, &lwork, iwork.data(), &info);
-    EXPECT_EQ(info, 0);
-    EXPECT_EQ(allocation_sizes(), std::vector<size_t>{std::max<size_t>(1, (3u * nlvl + 14) * minmn) * 8});
-    EXPECT_NE(iwork[0], kSentinel);
-    EXPECT_EQ(iwork[1], kSentinel);
-    EXPECT_EQ(rank, 0);
-  }
-  // ?LAEDA of N = 1: single elements, QPTR three (stopped before the call).
-  int n = 1, tlvls = 1, curlvl = 1, curpbm = 0, info = 0;
-  std::vector<int> arrays(16, 1);
-  double dummy[4] = {};
-  observe::reset();
-  observe::fail_allocation_after(4);
-  VORN_instable_DLAEDA(&n, &tlvls, &curlvl, &curpbm, arrays.data(), arrays.data(), arrays.data(), arrays.data(), dummy,
-                       dummy, arrays.data(), dummy, dummy, &info);
-  observe::fail_allocation_after(-1);
-  EXPECT_EQ(info, -1023);
-  EXPECT_EQ(allocation_sizes(), (std::vector<size_t>{8, 8, 8, 8, 24}));
-  EXPECT_EQ(observe::outstanding_blocks(), 0u);
-}
-
 // ------------------------------------------------------------ fault sweep
 
 struct CatalogueArg {
@@ -677,51 +705,42 @@ struct CatalogueArg {
   bool array() const { return kind == "i[]" || kind == "l[]"; }
   bool scalar() const { return kind == "i" || kind == "l"; }
 };
-struct CatalogueRoutine {
-  std::string name;
-  std::vector<CatalogueArg> args;
-};
 
-std::vector<CatalogueRoutine> routines_with_arrays() {
+// The catalogue's LAPACK routines with integer or logical arrays.
+std::map<std::string, std::vector<CatalogueArg>> routines_with_arrays() {
   std::string path = VORN_ROUTINE_GROUPS;
   std::ifstream in(path.substr(0, path.rfind('/') + 1) + "routines.cat");
-  std::vector<CatalogueRoutine> out;
+  std::map<std::string, std::vector<CatalogueArg>> out;
   for (std::string line; std::getline(in, line);) {
-    if (line.empty() || line[0] == '#') continue;
     std::istringstream fields(line);
-    CatalogueRoutine r;
-    std::string group, result, tok;
-    fields >> r.name >> group >> result;
-    bool arrays = false;
+    std::string name, group, result, tok;
+    fields >> name >> group >> result;
+    if (name.empty() || name[0] == '#' || group[0] != 'L') continue;
+    std::vector<CatalogueArg> args;
     while (fields >> tok && tok[0] != '@') {
       std::istringstream parts(tok);
-      CatalogueArg a;
+      CatalogueArg& a = args.emplace_back();
       std::getline(parts, a.name, ':');
       std::getline(parts, a.kind, ':');
       std::getline(parts, a.intent, ':');
-      arrays |= a.array();
-      r.args.push_back(a);
     }
-    if (arrays && group[0] == 'L') out.push_back(r);
+    if (std::any_of(args.begin(), args.end(), [](const CatalogueArg& a) { return a.array(); })) out[name] = args;
   }
   return out;
 }
 
 // Options and values that make every conditional array of its routine be
 // taken; ?LAED7's tree pointers hold a first position, 1.
-char option_for(const std::string& arg) {
-  static const std::map<std::string, char> options = {
-      {"JOBZ", 'V'}, {"RANGE", 'A'}, {"SORT", 'S'},  {"HOWMNY", 'S'}, {"SIDE", 'B'}, {"SENSE", 'B'},
-      {"COMPQ", 'P'}, {"FACT", 'F'}, {"UPLO", 'U'}, {"JOBVS", 'V'},  {"JOBVSL", 'V'}, {"JOBVSR", 'V'}};
-  const auto it = options.find(arg);
-  return it == options.end() ? 'N' : it->second;
+template <class T>
+T setting(const std::map<std::string, T>& table, const std::string& arg, T otherwise) {
+  const auto it = table.find(arg);
+  return it == table.end() ? otherwise : it->second;
 }
-int value_for(const std::string& arg) {
-  static const std::map<std::string, int> values = {
-      {"ICOMPQ", 1}, {"IJOB", 3}, {"SQRE", 0}, {"CURPBM", 0}, {"KL", 0}, {"KU", 0}, {"KD", 0}, {"KA", 0}, {"KB", 0}};
-  const auto it = values.find(arg);
-  return it == values.end() ? 1 : it->second;
-}
+const std::map<std::string, char> kOptions = {
+    {"JOBZ", 'V'}, {"RANGE", 'A'}, {"SORT", 'S'},  {"HOWMNY", 'S'}, {"SIDE", 'B'}, {"SENSE", 'B'},
+    {"COMPQ", 'P'}, {"FACT", 'F'}, {"UPLO", 'U'}, {"JOBVS", 'V'},  {"JOBVSL", 'V'}, {"JOBVSR", 'V'}};
+const std::map<std::string, int> kValues = {{"ICOMPQ", 1}, {"IJOB", 3}, {"SQRE", 0}, {"CURPBM", 0}, {"KL", 0},
+                                            {"KU", 0},     {"KD", 0},   {"KA", 0},   {"KB", 0}};
 int fill_for(const std::string& array) {
   return array == "QPTR" || array == "PRMPTR" || array == "GIVPTR" ? 1 : kSentinel;
 }
@@ -736,25 +755,25 @@ TEST(LapackSweep, EveryScratchAllocationOfEveryArrayRoutineFailsCleanly) {
   const auto routines = routines_with_arrays();
   ASSERT_EQ(routines.size(), 532u);
   size_t points = 0;
-  for (const auto& r : routines) {
-    SCOPED_TRACE(r.name);
-    auto call = reinterpret_cast<Generic>(dlsym(RTLD_DEFAULT, ("VORN_instable_" + r.name).c_str()));
+  for (const auto& [name, args] : routines) {
+    SCOPED_TRACE(name);
+    auto call = reinterpret_cast<Generic>(dlsym(RTLD_DEFAULT, ("VORN_instable_" + name).c_str()));
     ASSERT_NE(call, nullptr);
-    ASSERT_LE(r.args.size(), 40u);
-    const auto arrays = std::count_if(r.args.begin(), r.args.end(), [](auto& a) { return a.array(); });
+    ASSERT_LE(args.size(), 40u);
+    const auto arrays = std::count_if(args.begin(), args.end(), [](auto& a) { return a.array(); });
     for (int k = 0; k < arrays; ++k) {
-      std::vector<std::vector<int>> cells(r.args.size());
-      std::vector<std::vector<double>> reals(r.args.size());
-      std::vector<char> chars(r.args.size());
+      std::vector<std::vector<int>> cells(args.size());
+      std::vector<std::vector<double>> reals(args.size());
+      std::vector<char> chars(args.size());
       Word p[40] = {};
-      for (size_t i = 0; i < r.args.size(); ++i) {
-        const auto& a = r.args[i];
+      for (size_t i = 0; i < args.size(); ++i) {
+        const auto& a = args[i];
         if (a.scalar())
-          cells[i] = {a.intent == "out" ? kSentinel : a.kind == "l" ? 0 : value_for(a.name)};
+          cells[i] = {a.intent == "out" ? kSentinel : a.kind == "l" ? 0 : setting(kValues, a.name, 1)};
         else if (a.array())
           cells[i].assign(64, fill_for(a.name));
         else if (a.kind == "ch" || a.kind == "str")
-          chars[i] = option_for(a.name), p[i] = &chars[i];
+          chars[i] = setting(kOptions, a.name, 'N'), p[i] = &chars[i];
         else if (a.kind == "fn")
           p[i] = reinterpret_cast<Word>(&never_selected);
         else
@@ -776,14 +795,13 @@ TEST(LapackSweep, EveryScratchAllocationOfEveryArrayRoutineFailsCleanly) {
       ASSERT_EQ(released.size(), static_cast<size_t>(k));
       for (int j = 0; j < k; ++j) EXPECT_EQ(released[j].pointer, allocated[j].pointer) << "release order";
       ASSERT_EQ(observe::reports().size(), 1u);
-      EXPECT_EQ(observe::reports()[0].name, r.name);
+      EXPECT_EQ(observe::reports()[0].name, name);
       EXPECT_EQ(observe::reports()[0].position, 1089);
-      EXPECT_EQ(observe::reports()[0].length, static_cast<int>(r.name.size()));
-      const auto& ev = observe::events();
-      EXPECT_EQ(ev.back().kind, k == 0 ? observe::Kind::Allocate : observe::Kind::Deallocate);
+      EXPECT_EQ(observe::reports()[0].length, static_cast<int>(name.size()));
+      EXPECT_EQ(observe::events().back().kind, k == 0 ? observe::Kind::Allocate : observe::Kind::Deallocate);
       EXPECT_EQ(observe::outstanding_blocks(), 0u);
-      for (size_t i = 0; i < r.args.size(); ++i) {
-        const auto& a = r.args[i];
+      for (size_t i = 0; i < args.size(); ++i) {
+        const auto& a = args[i];
         if (a.name == "INFO")
           EXPECT_EQ(cells[i][0], -1023);
         else if (a.array() || (a.scalar() && a.intent == "out"))

@@ -44,9 +44,8 @@ def suites(*prefixes: str) -> str:
 # GoogleTest suites of vorn_tests, by the part of the library they test.
 GT_LEVEL1 = suites("Level1", "SparseLevel1")
 GT_CHECKERS = r"^Level2And3/|^GemmExtensions\."
-GT_LAPACK = any_of(suites("LapackDepth", "LapackSweep", "LapackOracle", "LapackScalars", "LapackHooks",
-                          "LapackWidening", "LapackPrechecks"),
-                   r"/LapackArrays\.|/KernelUnderReferenceCaller\.", r"^lapack_arrays_guard_pages$")
+GT_LAPACK = any_of(suites("LapackSweep", "LapackOracle", "LapackPrechecks"),
+                   r"/LapackArrays\.", r"^lapack_arrays_guard_pages$")
 GT_SERVICE = suites("Service")
 GT_TYPED = suites("TypedEntries", "TypedExports")
 GT_ALLOCATOR = suites("AlignedAlloc")

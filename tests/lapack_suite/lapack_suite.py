@@ -6,22 +6,10 @@ error-exit tests are switched off in the inputs. Each program prints one
 summary line per test path ("DGE", "DGS drivers", ...); the layer must run
 the same tests as the reference and fail no more of them, path by path.
 
-  lapack_suite.py check --precision d --dropin-dir DIR --work-dir DIR [--preload LIBS]
+  lapack_suite.py --precision d --dropin-dir DIR --work-dir DIR [--preload LIBS]
 
 Writes <work>/<precision>/{reference,layer}/*.out and prints the comparison
-table. Exit status 1 when the layer falls
-behind anywhere, or when a program crashed or did not finish.
-
-  lapack_suite.py attribute --from lapack --program xeigtstd --input dgd.in
-                            --path "DGS drivers" --dropin-dir DIR [--preload LIBS]
-
-A developer's diagnosis, not a test: finds which routines of the
-computational library make a path fail through the layer where the
-reference passes it. A small preloaded library takes chosen standard names
-away from the companions and sends them to the reference library (the jump
-stubs the companion liblapack.so.3 uses for the routines outside the set);
-the chosen set is narrowed to a minimal one that brings the path's failure
-count to what routing every candidate gives.
+table. Exit status 1 when the layer falls behind anywhere, or when a program crashed or did not finish.
 """
 from __future__ import annotations
 
@@ -30,20 +18,11 @@ import os
 import re
 import subprocess
 import sys
-import tempfile
 from dataclasses import dataclass, field
 from pathlib import Path
 
-ROOT = Path(__file__).resolve().parents[2]
-sys.path.insert(0, str(ROOT / "tools" / "codegen"))
-
-import catalogue  # noqa: E402
-import dropin  # noqa: E402
-
 PROGRAMS = Path("/usr/lib/x86_64-linux-gnu/lapack")
 REFERENCE_PATH = "/usr/lib/x86_64-linux-gnu/lapack:/usr/lib/x86_64-linux-gnu/blas"
-REFERENCE = {"blas": "/usr/lib/x86_64-linux-gnu/blas/libblas.so.3",
-             "lapack": "/usr/lib/x86_64-linux-gnu/lapack/liblapack.so.3"}
 
 # The eigenvalue inputs, as LAPACK's own test driver lists them, with the
 # balancing inputs its CMake runs as well; "?" is the precision letter.
@@ -62,7 +41,7 @@ class Known:
     extra_runs: int = 0  # tests the layer's run may count beyond the reference's
 
 
-# Each was traced with the attribute command, which routes chosen names to the
+# Each was traced with tools/lapack_attribute.py, which routes chosen names to the
 # reference libraries: the difference goes away exactly when the named
 # routines are the reference's. A preloaded library calling the
 # computational library's entries directly, without the layer, fails the
@@ -259,80 +238,13 @@ def check(args: argparse.Namespace) -> int:
     return 1 if problems else 0
 
 
-# Never routed by attribute: the programs' own XERBLA and ILAENV stay
-# theirs; LSAME is not numerical.
-NEVER_ROUTED = {"xerbla_", "xerbla_array_", "lsame_", "ilaenv_"}
-
-
-def minimal_set(names: list[str], target: int, failures) -> list[str]:
-    """Drops chunks of the set, halving the chunk size, while the failure
-    count stays at its fully routed value."""
-    kept, chunks = list(names), 2
-    while len(kept) > 1:
-        size = max(1, len(kept) // chunks)
-        for start in range(0, len(kept), size):
-            trial = kept[:start] + kept[start + size:]
-            if trial and failures(trial) == target:
-                kept = trial
-                break
-        else:
-            if size == 1:
-                break
-            chunks *= 2
-    return kept
-
-
-def attribute(args: argparse.Namespace) -> int:
-    listing = subprocess.run(["nm", "-D", "--defined-only", "-P", REFERENCE[args.source]],
-                             check=True, capture_output=True, text=True).stdout
-    in_set = {f"{r.lower}_" for r in catalogue.load(ROOT / "catalogue" / "routines.cat")}
-    names = [n for n in dropin.reference_names(listing) if n in in_set and n not in NEVER_ROUTED]
-    run = Run(args.program, args.input)
-    with tempfile.TemporaryDirectory() as directory:
-        scratch = Path(directory)
-
-        def failures(routed: list[str]) -> int:
-            (scratch / "stubs.S").write_text(dropin.stubs_assembly(routed))
-            (scratch / "table.cpp").write_text(dropin.stub_table_source(routed))
-            subprocess.run([os.environ.get("CXX", "g++"), "-shared", "-fPIC", "-O1", "-o", str(scratch / "route.so"),
-                            str(scratch / "stubs.S"), str(scratch / "table.cpp"),
-                            str(ROOT / "dropin" / "reference_dispatch.S"),
-                            str(ROOT / "dropin" / "reference_resolve.cpp"),
-                            f'-DVORN_REFERENCE_LAPACK="{REFERENCE[args.source]}"', f"-I{ROOT}", "-ldl"], check=True)
-            preload = [str(scratch / "route.so")] + [str(Path(p).resolve()) for p in args.preload.split(":") if p]
-            env = {**os.environ, "LD_LIBRARY_PATH": str(args.dropin_dir.resolve()),
-                   "LD_PRELOAD": ":".join(preload), "MKL_NUM_THREADS": "1"}
-            outcome = run_all([run], env, scratch / "run", TIMEOUT)[run.label]
-            return outcome.paths.get(path_key(args.path), [0, 0])[1]
-
-        none, every = failures([]), failures(names)
-        print(f"{args.path}: {none} failures through the layer, {every} with all {len(names)} "
-              f"{args.source} routines from the reference")
-        if none == every:
-            print("the reference's routines of this library make no difference")
-            return 0
-        kept = minimal_set(names, every, failures)
-    print(f"{every} failures already with only these from the reference: {' '.join(kept)}")
-    return 0
-
-
 def main() -> int:
     ap = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
-    commands = ap.add_subparsers(dest="command", required=True)
-    c = commands.add_parser("check")
-    c.add_argument("--precision", required=True, choices=list("sdcz"))
-    c.add_argument("--work-dir", required=True, type=Path)
-    a = commands.add_parser("attribute")
-    a.add_argument("--from", dest="source", choices=sorted(REFERENCE), required=True,
-                   help="which library's names to route to the reference")
-    a.add_argument("--program", required=True)
-    a.add_argument("--input", required=True)
-    a.add_argument("--path", required=True, help='summary path, e.g. "DGS drivers"')
-    for p in (c, a):
-        p.add_argument("--dropin-dir", required=True, type=Path)
-        p.add_argument("--preload", default="", help="colon-separated libraries preloaded into the layer's runs")
-    args = ap.parse_args()
-    return check(args) if args.command == "check" else attribute(args)
+    ap.add_argument("--precision", required=True, choices=list("sdcz"))
+    ap.add_argument("--work-dir", required=True, type=Path)
+    ap.add_argument("--dropin-dir", required=True, type=Path)
+    ap.add_argument("--preload", default="", help="colon-separated libraries preloaded into the layer's runs")
+    return check(ap.parse_args())
 
 
 if __name__ == "__main__":

@@ -1,0 +1,104 @@
+#!/usr/bin/env python3
+"""A developer's diagnosis, not a test: finds which routines of the
+computational library make a LAPACK test path fail through the layer where
+the reference passes it. The known differences of tests/lapack_suite were
+traced with it.
+
+  lapack_attribute.py --from lapack --program xeigtstd --input dgd.in
+                      --path "DGS drivers" --dropin-dir DIR [--preload LIBS]
+
+A small preloaded library takes chosen standard names away from the
+companions and sends them to the reference library (the jump stubs the
+companion liblapack.so.3 uses for the routines outside the set); the chosen
+set is narrowed to a minimal one that brings the path's failure count to
+what routing every candidate gives.
+"""
+from __future__ import annotations
+
+import argparse
+import os
+import subprocess
+import sys
+import tempfile
+from pathlib import Path
+
+ROOT = Path(__file__).resolve().parents[1]
+sys.path[:0] = [str(ROOT / "tools" / "codegen"), str(ROOT / "tests" / "lapack_suite")]
+
+import catalogue  # noqa: E402
+import dropin  # noqa: E402
+from lapack_suite import TIMEOUT, Run, path_key, run_all  # noqa: E402
+
+REFERENCE = {"blas": "/usr/lib/x86_64-linux-gnu/blas/libblas.so.3",
+             "lapack": "/usr/lib/x86_64-linux-gnu/lapack/liblapack.so.3"}
+# Never routed: the programs' own XERBLA and ILAENV stay theirs; LSAME is
+# not numerical.
+NEVER_ROUTED = {"xerbla_", "xerbla_array_", "lsame_", "ilaenv_"}
+
+
+def minimal_set(names: list[str], target: int, failures) -> list[str]:
+    """Drops chunks of the set, halving the chunk size, while the failure
+    count stays at its fully routed value."""
+    kept, chunks = list(names), 2
+    while len(kept) > 1:
+        size = max(1, len(kept) // chunks)
+        for start in range(0, len(kept), size):
+            trial = kept[:start] + kept[start + size:]
+            if trial and failures(trial) == target:
+                kept = trial
+                break
+        else:
+            if size == 1:
+                break
+            chunks *= 2
+    return kept
+
+
+def attribute(args: argparse.Namespace) -> int:
+    listing = subprocess.run(["nm", "-D", "--defined-only", "-P", REFERENCE[args.source]],
+                             check=True, capture_output=True, text=True).stdout
+    in_set = {f"{r.lower}_" for r in catalogue.load(ROOT / "catalogue" / "routines.cat")}
+    names = [n for n in dropin.reference_names(listing) if n in in_set and n not in NEVER_ROUTED]
+    run = Run(args.program, args.input)
+    with tempfile.TemporaryDirectory() as directory:
+        scratch = Path(directory)
+
+        def failures(routed: list[str]) -> int:
+            (scratch / "stubs.S").write_text(dropin.stubs_assembly(routed))
+            (scratch / "table.cpp").write_text(dropin.stub_table_source(routed))
+            subprocess.run([os.environ.get("CXX", "g++"), "-shared", "-fPIC", "-O1", "-o", str(scratch / "route.so"),
+                            str(scratch / "stubs.S"), str(scratch / "table.cpp"),
+                            str(ROOT / "dropin" / "reference_dispatch.S"),
+                            str(ROOT / "dropin" / "reference_resolve.cpp"),
+                            f'-DVORN_REFERENCE_LAPACK="{REFERENCE[args.source]}"', f"-I{ROOT}", "-ldl"], check=True)
+            preload = [str(scratch / "route.so")] + [str(Path(p).resolve()) for p in args.preload.split(":") if p]
+            env = {**os.environ, "LD_LIBRARY_PATH": str(args.dropin_dir.resolve()),
+                   "LD_PRELOAD": ":".join(preload), "MKL_NUM_THREADS": "1"}
+            outcome = run_all([run], env, scratch / "run", TIMEOUT)[run.label]
+            return outcome.paths.get(path_key(args.path), [0, 0])[1]
+
+        none, every = failures([]), failures(names)
+        print(f"{args.path}: {none} failures through the layer, {every} with all {len(names)} "
+              f"{args.source} routines from the reference")
+        if none == every:
+            print("the reference's routines of this library make no difference")
+            return 0
+        kept = minimal_set(names, every, failures)
+    print(f"{every} failures already with only these from the reference: {' '.join(kept)}")
+    return 0
+
+
+def main() -> int:
+    ap = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
+    ap.add_argument("--from", dest="source", choices=sorted(REFERENCE), required=True,
+                    help="which library's names to route to the reference")
+    ap.add_argument("--program", required=True)
+    ap.add_argument("--input", required=True)
+    ap.add_argument("--path", required=True, help='summary path, e.g. "DGS drivers"')
+    ap.add_argument("--dropin-dir", required=True, type=Path)
+    ap.add_argument("--preload", default="", help="colon-separated libraries preloaded into the layer's runs")
+    return attribute(ap.parse_args())
+
+
+if __name__ == "__main__":
+    sys.exit(main())

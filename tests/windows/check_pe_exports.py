@@ -74,15 +74,11 @@ def main() -> int:
 
     pe_plain = {n for n in pe if n.startswith(PLAIN)}
     elf_plain = {n for n in elf if n.startswith(PLAIN) and "(" not in n and not n.startswith("_Z")}
-    expect(len(pe_plain) == 6382, f"{len(pe_plain)} plain names, not 6382")
+    # The ELF build's spellings and their grouping are the Linux export
+    # tests' to check against the spelling rule; here they must be the same.
     expect(pe_plain == elf_plain, f"plain names differ from the ELF build: {sorted(pe_plain ^ elf_plain)[:10]}")
     expect(groups(pe) == groups({n: a for n, a in elf.items() if n in elf_plain}),
            "spellings share addresses differently from the ELF build")
-    expect(PLAIN + "DGEMM_" not in pe and PLAIN + "dgemm_" not in pe, "a BLAS routine has an underscore spelling")
-    expect(pe[PLAIN + "dlasd6_"] == pe[PLAIN + "dlasd6"] != pe[PLAIN + "DLASD6"] == pe[PLAIN + "DLASD6_"],
-           "DLASD6 is not paired lower with lower_, UPPER with UPPER_")
-    expect(pe[PLAIN + "dgeqrf_"] == pe[PLAIN + "DGEQRF"] == pe[PLAIN + "DGEQRF_"] != pe[PLAIN + "dgeqrf"],
-           "DGEQRF's spellings are not grouped UPPER, UPPER_, lower_ against lower")
 
     decorated = sorted(n for n in pe if not n.startswith(PLAIN))
     expect(len(decorated) == 122 and all(n.startswith("?") for n in decorated),

@@ -1,11 +1,13 @@
 // vorn.dll under wine, through its plain names, against the reference-backed
 // stand-in of the computational library. Every result is held against the
 // same computation made directly on the stand-in's 64-bit entries, so any
-// difference is the bridge's: a wrong widening, a lost copy-back, a
-// mis-passed fifth-or-later argument. The stand-in's log shows the frame's
-// own behaviour: scratch arrays, hooks, reports.
+// difference is the bridge's under the Windows ABI: a widening through a
+// 32-bit long, a lost copy-back, a mis-passed fifth-or-later argument. The
+// stand-in's log shows the frame's own behaviour: scratch arrays, hooks,
+// reports. What does not depend on the platform is the Linux tests'.
 #include <windows.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <functional>
@@ -41,16 +43,10 @@ std::vector<double> numbers(std::size_t n, unsigned seed) {
   return v;
 }
 
+// Exact equality, element by element: int against i64 or double against double.
 template <class A, class B>
 bool same(const std::vector<A>& a, const std::vector<B>& b) {
-  if (a.size() != b.size()) return false;
-  for (std::size_t i = 0; i < a.size(); ++i)
-    if (!(static_cast<i64>(a[i]) == static_cast<i64>(b[i]))) return false;
-  return true;
-}
-
-bool same(const std::vector<double>& a, const std::vector<double>& b) {
-  return a.size() == b.size() && std::memcmp(a.data(), b.data(), a.size() * sizeof(double)) == 0;
+  return std::equal(a.begin(), a.end(), b.begin(), b.end(), [](A x, B y) { return x == y; });
 }
 
 std::string lower(std::string s) {
@@ -93,27 +89,15 @@ void lapack_arrays() {
   int info = 7;
   i64 info64 = 7;
 
-  // Integer workspace, first queried, then used.
+  // The integer workspace's query: LIWORK's answer comes back in IWORK(1).
   auto s = numbers(lda * n, 13);
-  for (int i = 0; i < n; ++i)
-    for (int j = 0; j < n; ++j) s[i + j * lda] = s[j + i * lda];
   double wq1 = 0, wq2 = 0;
   int iq1 = 0, minus1 = -1;
   i64 iq2 = 0, minus1_64 = -1;
   std::vector<double> w1(n), w2(n);
-  VORN_instable_dsyevd("V", "U", &n, s.data(), &lda, w1.data(), &wq1, &minus1, &iq1, &minus1, &info);
+  VORN_instable_DSYEVD_("V", "U", &n, s.data(), &lda, w1.data(), &wq1, &minus1, &iq1, &minus1, &info);
   mkl_lapack_dsyevd("V", "U", &n64, s.data(), &lda64, w2.data(), &wq2, &minus1_64, &iq2, &minus1_64, &info64, 1, 1);
-  check(wq1 == wq2 && iq1 == iq2 && info == 0, "DSYEVD's workspace query");
-  const int lwork = static_cast<int>(wq1), liwork = iq1;
-  const i64 lwork64 = lwork, liwork64 = liwork;
-  std::vector<double> work(lwork);
-  std::vector<int> iwork(liwork);
-  std::vector<i64> iwork64(liwork);
-  auto s1 = s, s2 = s;
-  VORN_instable_DSYEVD_("V", "U", &n, s1.data(), &lda, w1.data(), work.data(), &lwork, iwork.data(), &liwork, &info);
-  mkl_lapack_dsyevd("V", "U", &n64, s2.data(), &lda64, w2.data(), work.data(), &lwork64, iwork64.data(), &liwork64,
-                    &info64, 1, 1);
-  check(same(s1, s2) && same(w1, w2) && info == 0, "DSYEVD's eigenpairs");
+  check(wq1 == wq2 && iq1 == iq2 && iq1 > 1 && info == 0, "DSYEVD's workspace query");
 
   // Outputs in three integer arrays and two integer scalars.
   std::vector<double> d = numbers(n, 14), e = numbers(n, 15), w(n), work4(4 * n);
@@ -152,11 +136,8 @@ void lapack_logical() {
                       work.data(), &lwork, bwork.data(), &info);
   mkl_lapack_dgees("V", "S", select, &n64, a2.data(), &lda64, &sdim64, wr2.data(), wi2.data(), vs2.data(), &lda64,
                    work.data(), &lwork64, bwork64.data(), &info64, 1, 1);
-  check(info == 0 && sdim == sdim64 && same(a1, a2) && same(wr1, wr2) && same(vs1, vs2),
+  check(info == 0 && sdim == sdim64 && sdim > 0 && same(a1, a2) && same(wr1, wr2) && same(vs1, vs2),
         "DGEES with a SELECT callback and BWORK");
-  int positive = 0;
-  for (double x : wr1) positive += x > 0;
-  check(sdim == positive, "DGEES sorted as many eigenvalues as the callback selected");
 }
 
 // The name is read over its given length only.
@@ -164,20 +145,17 @@ void services() {
   const int one = 1, n = 1000, minus1 = -1;
   const i64 one64 = 1, n64 = 1000, minus1_64 = -1;
   const int nb = VORN_instable_ILAENV(&one, "DGETRFXYZ", " ", &n, &n, &minus1, &minus1, 6, 1);
-  check(nb == mkl_lapack_ilaenv(&one64, "DGETRF", " ", &n64, &n64, &minus1_64, &minus1_64, 6, 1),
+  check(nb > 1 && nb == mkl_lapack_ilaenv(&one64, "DGETRF", " ", &n64, &n64, &minus1_64, &minus1_64, 6, 1),
         "ILAENV reads NAME over its length");
-  check(nb > 1, "ILAENV gives DGETRF a block size");
 }
 
 // --- The frame, as the stand-in saw it ------------------------------------
 
-void hooks_before_each_lapack_call() {
+void hooks_before_a_lapack_call() {
   const int n = 4, lda = 4;
   std::vector<double> a = numbers(16, 31);
-  std::vector<int> ipiv(n), jpiv(n);
+  std::vector<int> ipiv(n);
   int info = 0;
-  const double alpha = 1;
-  const int one = 1;
 
   standin_reset();
   VORN_instable_dgetrf(&n, &n, a.data(), &lda, ipiv.data(), &info);
@@ -192,19 +170,11 @@ void hooks_before_each_lapack_call() {
   check(xerbla != nullptr && VirtualQuery(xerbla->pointer, &where, sizeof where) != 0 &&
             where.AllocationBase == vorn,
         "the installed XERBLA is the layer's own");
-
-  standin_reset();
-  VORN_instable_DGETC2(&n, a.data(), &lda, ipiv.data(), jpiv.data(), &info);
-  VORN_instable_daxpy(&n, &alpha, a.data(), &one, a.data() + 4, &one);
-  log = events();
-  check(count(log, STANDIN_SET_XERBLA) + count(log, STANDIN_SET_PROGRESS) == 0 && standin_entry_calls() == 2,
-        "DGETC2 and DAXPY go without hooks");
 }
 
 void reports() {
   const int n = 4, bad = 0, m = -3;
   std::vector<double> a(16), b(16), c(16);
-  std::vector<int> ipiv(4, 77);
   int info = 0;
   const double one = 1;
   standin_set_printing(0);
@@ -216,15 +186,6 @@ void reports() {
   check(r != nullptr && std::string(r->name) == "DGEMM " && r->position == 1 && r->length == 6 &&
             standin_entry_calls() == 0,
         "DGEMM's checker reports TRANSA as \"DGEMM \", 1, 6 and stops");
-
-  standin_reset();
-  VORN_instable_DGETRF(&m, &n, a.data(), &n, ipiv.data(), &info);
-  log = events();
-  r = first(log, STANDIN_DEFAULT_REPORT);
-  check(info == -1 && r != nullptr && std::string(r->name) == "DGETRF" && r->position == 1 && r->length == 6 &&
-            standin_entry_calls() == 0 && ipiv[0] == 77,
-        "DGETRF's pre-check: INFO -1, report DGETRF/1/6, no call, no pivots");
-  check(standin_live_allocations() == 0, "DGETRF's pre-check releases its scratch array");
 
   // A bad argument found by the computational routine itself reaches the
   // installed handler, which ends in the default report.
@@ -240,8 +201,9 @@ void reports() {
   standin_set_printing(1);
 }
 
-// Every scratch allocation of each call, refused in turn: INFO -1023, the
-// report under the routine's name with 1089, nothing held, nothing called.
+// Every scratch allocation of a LAPACK and a BLAS call, refused in turn:
+// INFO -1023, the report under the routine's name with 1089, nothing held,
+// nothing called.
 void scratch_refusal(const std::vector<Call>& calls) {
   standin_set_printing(0);
   for (const Call& call : calls) {
@@ -280,29 +242,23 @@ void scratch_refusal(const std::vector<Call>& calls) {
 
 int main() {
   static const int n = 6, lda = 6, nrhs = 1;
-  static std::vector<double> a = numbers(36, 41), b = numbers(6, 42), s(6), w(6), work(4096), d(6), e(6);
-  static std::vector<int> ipiv(6), iwork(512), iblock(6), isplit(6);
-  static int info = 0, rank = 0, m = 0, nsplit = 0, nz = 3;
-  static const int lwork = 4096, liwork = 512, il = 1, iu = 3;
-  static const double rcond = -1, zero = 0;
+  static std::vector<double> a = numbers(36, 41), b = numbers(6, 42), s(6), w(6), work(4096);
+  static std::vector<int> iwork(512);
+  static int info = 0, rank = 0, nz = 3;
+  static const int lwork = 4096;
+  static const double rcond = -1;
   static std::vector<int> indx = {1, 3, 5};
   const std::vector<Call> refusal_calls = {
-      {"DGETRF", [] { auto c = a; VORN_instable_dgetrf(&n, &n, c.data(), &lda, ipiv.data(), &info); }, &info},
-      {"DSYEVD", [] { auto c = a; VORN_instable_dsyevd("V", "L", &n, c.data(), &lda, w.data(), work.data(), &lwork,
-                                                       iwork.data(), &liwork, &info); }, &info},
       {"DGELSD", [] { auto c = a; auto x = b; VORN_instable_dgelsd(&n, &n, &nrhs, c.data(), &lda, x.data(), &lda,
                                                                    s.data(), &rcond, &rank, work.data(), &lwork,
                                                                    iwork.data(), &info); }, &info},
-      {"DSTEBZ", [] { VORN_instable_dstebz("I", "E", &n, &zero, &zero, &il, &iu, &zero, d.data(), e.data(), &m,
-                                           &nsplit, w.data(), iblock.data(), isplit.data(), work.data(),
-                                           iwork.data(), &info); }, &info},
       {"DGTHR", [] { VORN_instable_dgthr(&nz, b.data(), w.data(), indx.data()); }, nullptr},
   };
   const std::vector<std::pair<const char*, std::function<void()>>> cases = {
       {"LAPACK integer arrays", lapack_arrays},
       {"LAPACK logical arrays and callbacks", lapack_logical},
       {"services", services},
-      {"hooks", hooks_before_each_lapack_call},
+      {"hooks", hooks_before_a_lapack_call},
       {"reports", reports},
       {"scratch refusal", [&] { scratch_refusal(refusal_calls); }},
   };

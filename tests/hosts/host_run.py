@@ -45,14 +45,11 @@ def check_mapped(paths, dropin, layer_dir, reference, where):
 
 
 def r_recipe(a):
-    env = {"MKL_NUM_THREADS": "2"}
-    # R's etc/ldpaths puts the system directory before LD_LIBRARY_PATH; the
-    # plain variable leaves R on the system's libraries.
-    plain = run(["Rscript", str(HERE / "r_recipe.R")], {**env, "LD_LIBRARY_PATH": a.dropin}, 300)
-    if f"{a.dropin}/libblas.so.3" in plain.split():
-        sys.exit("R took the companion through plain LD_LIBRARY_PATH: the recipe's reason is gone")
+    # R's etc/ldpaths puts the system directory before LD_LIBRARY_PATH, so
+    # the recipe sets R_LD_LIBRARY_PATH.
     rhome = subprocess.run(["R", "RHOME"], capture_output=True, text=True, check=True).stdout.strip()
-    out = run(["Rscript", str(HERE / "r_recipe.R")], {**env, "R_LD_LIBRARY_PATH": f"{a.dropin}:{rhome}/lib"}, 300)
+    out = run(["Rscript", str(HERE / "r_recipe.R")],
+              {"MKL_NUM_THREADS": "2", "R_LD_LIBRARY_PATH": f"{a.dropin}:{rhome}/lib"}, 300)
     check_mapped(out.split(), a.dropin, a.layer_dir, a.reference, "R")
 
 

@@ -176,22 +176,13 @@ Call parse(const std::string& description, const std::vector<Elem>& elems,
 
 // ---------------------------------------------------------------- entries
 
-template <class T>
-struct AlignedElement {};
-template <class T>
-struct AlignedElement<Kessnar::AlignedPtr<T>> {
-  using type = T;
-};
-template <class P>
-constexpr bool is_aligned_ptr = requires { typename AlignedElement<P>::type; };
-
 // The typed argument made from a slot the way a caller would pass it.
 template <class P>
 P typed_arg(const Slot& s) {
   if constexpr (std::is_reference_v<P>) {
     return *static_cast<std::remove_reference_t<P>*>(s.ptr());
-  } else if constexpr (is_aligned_ptr<P>) {
-    return P{static_cast<typename AlignedElement<P>::type*>(s.ptr())};
+  } else if constexpr (requires { P::ptr; }) {  // Kessnar::AlignedPtr
+    return P{static_cast<decltype(P::ptr)>(s.ptr())};
   } else if constexpr (std::is_pointer_v<P>) {
     return static_cast<P>(s.ptr());
   } else {

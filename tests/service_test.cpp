@@ -109,26 +109,6 @@ class Service : public ::testing::Test {
 
 // ------------------------------------------------------------- XERBLA
 
-// The caller's position travels as given; a 64-bit cell with a small value
-// reads the same whether the handler takes 32 or 64 bits behind it.
-std::string report_of(void (*xerbla)(const char*, const int*, int), const char* name, int length, i64 position) {
-  observe::reset();
-  xerbla(name, reinterpret_cast<const int*>(&position), length);
-  EXPECT_TRUE(no_hooks()) << "XERBLA installed a hook";
-  const auto& r = observe::reports();
-  if (r.size() != 1) return "reports: " + std::to_string(r.size());
-  return r[0].name + "/" + std::to_string(r[0].position) + "/" + std::to_string(r[0].length);
-}
-
-TEST_F(Service, XerblaSpellingsReportAsGiven) {
-  for (auto [name, length, position] : {std::tuple{"DGEMM ", 6, 3LL}, {"CGEMM3M ", 8, 1LL}, {"DGEQRF", 6, 1089LL},
-                                        {"X", 1, 7LL}}) {
-    const std::string want = std::string(name, length) + "/" + std::to_string(position) + "/" + std::to_string(length);
-    EXPECT_EQ(report_of(&VORN_instable_XERBLA, name, length, position), want);
-    EXPECT_EQ(report_of(&VORN_instable_xerbla, name, length, position), want);
-  }
-}
-
 // The handlers any LAPACK call installs are the layer's, and each hands on
 // to MKL's default: the report as XERBLA makes it, the progress answer as
 // MKL's default progress handler gives it.

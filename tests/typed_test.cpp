@@ -190,20 +190,17 @@ P typed_arg(const Slot& s) {
   }
 }
 
-template <class R>
-std::vector<unsigned char> result_bytes(R r) {
-  std::vector<unsigned char> b(sizeof r);
-  std::memcpy(b.data(), &r, sizeof r);
-  return b;
-}
-
+// The result's bytes, none for a subroutine.
 template <class R, class F>
 std::vector<unsigned char> invoke(F&& f) {
   if constexpr (std::is_void_v<R>) {
     f();
     return {};
   } else {
-    return result_bytes(f());
+    const R r = f();
+    std::vector<unsigned char> bytes(sizeof r);
+    std::memcpy(bytes.data(), &r, sizeof r);
+    return bytes;
   }
 }
 

@@ -56,13 +56,8 @@ inline std::string lower(std::string s) {
 
 // Letters each option accepts somewhere (the precision may narrow them).
 inline std::string valid_letters(Role r) {
-  switch (r) {
-    case Role::Trans: case Role::TransA: case Role::TransB: return "NTC";
-    case Role::Uplo: return "UL";
-    case Role::Diag: return "UN";
-    case Role::Side: return "LR";
-    default: return "";
-  }
+  static const char* const letters[kLetterRoles] = {"NTC", "NTC", "NTC", "UL", "UN", "LR"};
+  return letters[static_cast<int>(r)];
 }
 
 struct Routine {

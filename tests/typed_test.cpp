@@ -205,19 +205,16 @@ std::vector<unsigned char> invoke(F&& f) {
 }
 
 struct Entry {
-  std::string name, lower;
+  std::string name;
   std::vector<Elem> elems;     // from the plain prototype
   std::vector<bool> by_value;  // typed parameter taken by value
   std::function<std::vector<unsigned char>(Call&)> plain, typed;
-  void* plain_address;
-  void* typed_address;
 };
 
 template <class RP, class... PP, class RT, class... PT>
-Entry make_entry(const char* name, const char* lower, RP (*plain)(PP...), RT (*typed)(PT...)) {
+Entry make_entry(const char* name, RP (*plain)(PP...), RT (*typed)(PT...)) {
   static_assert(std::is_same_v<RP, RT> && sizeof...(PP) == sizeof...(PT));
-  Entry e{name, lower, {elem_of<PP>()...}, {std::is_arithmetic_v<PT>...}, {}, {},
-          reinterpret_cast<void*>(plain), reinterpret_cast<void*>(typed)};
+  Entry e{name, {elem_of<PP>()...}, {std::is_arithmetic_v<PT>...}, {}, {}};
   using Index = std::index_sequence_for<PP...>;
   e.plain = [plain](Call& c) {
     return [&]<std::size_t... I>(std::index_sequence<I...>) {
@@ -235,7 +232,7 @@ Entry make_entry(const char* name, const char* lower, RP (*plain)(PP...), RT (*t
 std::vector<Entry> provided_entries() {
   std::vector<Entry> all;
 #define VORN_TYPED_ENTRY(UP, low) \
-  all.push_back(make_entry(#UP, #low, &VORN_instable_##low, &VORN_stable_##UP));
+  all.push_back(make_entry(#UP, &VORN_instable_##low, &VORN_stable_##UP));
   VORN_STABLE_ENTRIES(VORN_TYPED_ENTRY)
 #undef VORN_TYPED_ENTRY
   return all;

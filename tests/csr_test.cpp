@@ -22,7 +22,6 @@ using Product = void (*)(char*, int*, int*, int*, int*, int*, double*, int*, int
 struct EntryLog {
   bool forward = true;
   std::vector<std::array<void*, 17>> calls;
-  std::vector<std::string> names;
 };
 EntryLog& entry_log() {
   static EntryLog l;
@@ -35,7 +34,6 @@ void interposed(const char* name, char* trans, int* request, int* sort, int* m, 
                 double* a, int* ja, int* ia, double* b, int* jb, int* ib, double* c, int* jc, int* ic, int* nnzmax,
                 int* info) {
   entry_log().calls.push_back({trans, request, sort, m, n, k, a, ja, ia, b, jb, ib, c, jc, ic, nnzmax, info});
-  entry_log().names.push_back(name);
   if (!entry_log().forward) return;
   const auto real = reinterpret_cast<Product>(observe::next(name));
   real(trans, request, sort, m, n, k, a, ja, ia, b, jb, ib, c, jc, ic, nnzmax, info);
@@ -56,12 +54,11 @@ namespace {
 struct Precision {
   Product product;
   const char* report_name;
-  const char* entry;
   int comps;  // doubles per value
 };
 const Precision kPrecisions[] = {
-    {&VORN_instable_dcsrmultcsr, "MKL_DCSRMULTCSR", "mkl_spblas_lp64_mkl_dcsrmultcsr", 1},
-    {&VORN_instable_zcsrmultcsr, "MKL_ZCSRMULTCSR", "mkl_spblas_lp64_mkl_zcsrmultcsr", 2},
+    {&VORN_instable_dcsrmultcsr, "MKL_DCSRMULTCSR", 1},
+    {&VORN_instable_zcsrmultcsr, "MKL_ZCSRMULTCSR", 2},
 };
 
 class CsrProduct : public ::testing::Test {
@@ -160,7 +157,6 @@ TEST_F(CsrProduct, ArgumentsAreCheckedInOrderAndFailuresReportWithoutTouchingInf
       if (c.code == 0) {
         EXPECT_TRUE(reports.empty());
         ASSERT_EQ(entry_log().calls.size(), 1u);
-        EXPECT_EQ(entry_log().names[0], p.entry);
         const std::array<void*, 17> expected = {&trans, &request, &sort, &m, &n, &k, a, ja, ia,
                                                 b, jb, ib, cv, jc, ic, &nnzmax, &info};
         EXPECT_EQ(entry_log().calls[0], expected) << "the arguments reach MKL unchanged";

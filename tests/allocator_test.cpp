@@ -8,7 +8,6 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
-#include <exception>
 #include <mutex>
 #include <set>
 #include <string>
@@ -147,7 +146,9 @@ TEST_F(AlignedAlloc, OddAlignmentsAreHandedOnUntouched) {
 }
 
 // A refusal throws OutOfAlignedMemory with its three texts, caught as each
-// of its bases (through a sliced copy too) and never as a std::exception.
+// of its bases (through a sliced copy too). The hierarchy is not
+// polymorphic, so none of it can be a std::exception; anything else thrown
+// leaves the test as a failure.
 TEST_F(AlignedAlloc, RefusalThrowsOutOfAlignedMemoryWithItsTexts) {
   static_assert(!std::is_polymorphic_v<VORN::Exception> && !std::is_polymorphic_v<ARDU::OutOfAlignedMemory>);
   static_assert(std::is_base_of_v<VORN::OutOfMemoryError, ARDU::OutOfAlignedMemory> &&
@@ -165,16 +166,12 @@ TEST_F(AlignedAlloc, RefusalThrowsOutOfAlignedMemoryWithItsTexts) {
   int caught = 0;
   try {
     VORN_MKL_AlignedAlloc(128, 12345);
-  } catch (const std::exception&) {
-    ADD_FAILURE() << "caught as a std::exception";
   } catch (const ARDU::OutOfAlignedMemory& e) {
     expect_texts(e);
     ++caught;
   }
   try {
     VORN_MKL_AlignedAlloc(64, 1);
-  } catch (const std::exception&) {
-    ADD_FAILURE() << "caught as a std::exception";
   } catch (VORN::SystemError copy) {
     expect_texts(copy);
     ++caught;

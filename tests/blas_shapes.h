@@ -56,13 +56,8 @@ inline std::string lower(std::string s) {
 
 // Letters each option accepts somewhere (the precision may narrow them).
 inline std::string valid_letters(Role r) {
-  switch (r) {
-    case Role::Trans: case Role::TransA: case Role::TransB: return "NTC";
-    case Role::Uplo: return "UL";
-    case Role::Diag: return "UN";
-    case Role::Side: return "LR";
-    default: return "";
-  }
+  static const char* const letters[kLetterRoles] = {"NTC", "NTC", "NTC", "UL", "UN", "LR"};
+  return letters[static_cast<int>(r)];
 }
 
 struct Routine {
@@ -136,17 +131,14 @@ struct Tuple {
   char letter(Role r) const { return letters[static_cast<int>(r)]; }
   int integer(Role r) const { return integers[static_cast<int>(r) - kLetterRoles]; }
 
-  // Letters with their codes (they may be unprintable), integers, "." for the rest.
+  // Letters by their codes (they may be unprintable), integers, "." for the rest.
   std::string describe(const Routine& routine) const {
-    std::ostringstream s;
-    s << routine.name << "(";
-    for (Role r : routine.roles) {
-      const unsigned char c = is_letter(r) ? letter(r) : 0;
-      if (is_letter(r)) s << "'" << (std::isprint(c) ? static_cast<char>(c) : '?') << "'(" << int{c} << ") ";
-      else if (is_integer(r)) s << integer(r) << " ";
-      else s << ". ";
-    }
-    return s.str() + ")";
+    std::string s = routine.name + "(";
+    for (Role r : routine.roles)
+      s += is_letter(r)    ? std::to_string(static_cast<unsigned char>(letter(r))) + "c "
+           : is_integer(r) ? std::to_string(integer(r)) + " "
+                           : ". ";
+    return s + ")";
   }
 };
 

@@ -22,7 +22,6 @@ using Product = void (*)(char*, int*, int*, int*, int*, int*, double*, int*, int
 struct EntryLog {
   bool forward = true;
   std::vector<std::array<void*, 17>> calls;
-  std::vector<std::string> names;
 };
 EntryLog& entry_log() {
   static EntryLog l;
@@ -35,7 +34,6 @@ void interposed(const char* name, char* trans, int* request, int* sort, int* m, 
                 double* a, int* ja, int* ia, double* b, int* jb, int* ib, double* c, int* jc, int* ic, int* nnzmax,
                 int* info) {
   entry_log().calls.push_back({trans, request, sort, m, n, k, a, ja, ia, b, jb, ib, c, jc, ic, nnzmax, info});
-  entry_log().names.push_back(name);
   if (!entry_log().forward) return;
   const auto real = reinterpret_cast<Product>(observe::next(name));
   real(trans, request, sort, m, n, k, a, ja, ia, b, jb, ib, c, jc, ic, nnzmax, info);
@@ -43,40 +41,29 @@ void interposed(const char* name, char* trans, int* request, int* sort, int* m, 
 
 }  // namespace
 
-extern "C" {
-void mkl_spblas_lp64_mkl_dcsrmultcsr(char* trans, int* request, int* sort, int* m, int* n, int* k, double* a,
-                                     int* ja, int* ia, double* b, int* jb, int* ib, double* c, int* jc, int* ic,
-                                     int* nnzmax, int* info) {
-  interposed("mkl_spblas_lp64_mkl_dcsrmultcsr", trans, request, sort, m, n, k, a,
-                ja, ia, b, jb, ib, c, jc, ic, nnzmax, info);
-}
-void mkl_spblas_lp64_mkl_zcsrmultcsr(char* trans, int* request, int* sort, int* m, int* n, int* k, double* a,
-                                     int* ja, int* ia, double* b, int* jb, int* ib, double* c, int* jc, int* ic,
-                                     int* nnzmax, int* info) {
-  interposed("mkl_spblas_lp64_mkl_zcsrmultcsr", trans, request, sort, m, n, k, a,
-                ja, ia, b, jb, ib, c, jc, ic, nnzmax, info);
-}
-}
+#define VORN_INTERPOSE(entry)                                                                                      \
+  extern "C" void entry(char* trans, int* request, int* sort, int* m, int* n, int* k, double* a, int* ja, int* ia, \
+                        double* b, int* jb, int* ib, double* c, int* jc, int* ic, int* nnzmax, int* info) {        \
+    interposed(#entry, trans, request, sort, m, n, k, a, ja, ia, b, jb, ib, c, jc, ic, nnzmax, info);            \
+  }
+VORN_INTERPOSE(mkl_spblas_lp64_mkl_dcsrmultcsr)
+VORN_INTERPOSE(mkl_spblas_lp64_mkl_zcsrmultcsr)
 
 namespace {
 
 struct Precision {
   Product product;
   const char* report_name;
-  const char* entry;
   int comps;  // doubles per value
 };
 const Precision kPrecisions[] = {
-    {&VORN_instable_dcsrmultcsr, "MKL_DCSRMULTCSR", "mkl_spblas_lp64_mkl_dcsrmultcsr", 1},
-    {&VORN_instable_zcsrmultcsr, "MKL_ZCSRMULTCSR", "mkl_spblas_lp64_mkl_zcsrmultcsr", 2},
+    {&VORN_instable_dcsrmultcsr, "MKL_DCSRMULTCSR", 1},
+    {&VORN_instable_zcsrmultcsr, "MKL_ZCSRMULTCSR", 2},
 };
 
 class CsrProduct : public ::testing::Test {
  protected:
-  void SetUp() override {
-    observe::reset();
-    entry_log() = {};
-  }
+  void SetUp() override { observe::reset(); }
   void TearDown() override { entry_log() = {}; }
 };
 
@@ -155,9 +142,7 @@ const CheckCase kChecks[] = {
 TEST_F(CsrProduct, ArgumentsAreCheckedInOrderAndFailuresReportWithoutTouchingInfo) {
   for (const Precision& p : kPrecisions) {
     for (const CheckCase& c : kChecks) {
-      SCOPED_TRACE(std::string(p.report_name) + " trans='" + c.trans + "' request=" + std::to_string(c.request) +
-                   " m=" + std::to_string(c.m) + " n=" + std::to_string(c.n) + " k=" + std::to_string(c.k) +
-                   " nnzmax=" + std::to_string(c.nnzmax));
+      SCOPED_TRACE(std::string(p.report_name) + " case " + std::to_string(&c - kChecks));
       observe::reset();
       entry_log() = {};
       entry_log().forward = false;  // nothing here is a problem MKL should see
@@ -172,7 +157,6 @@ TEST_F(CsrProduct, ArgumentsAreCheckedInOrderAndFailuresReportWithoutTouchingInf
       if (c.code == 0) {
         EXPECT_TRUE(reports.empty());
         ASSERT_EQ(entry_log().calls.size(), 1u);
-        EXPECT_EQ(entry_log().names[0], p.entry);
         const std::array<void*, 17> expected = {&trans, &request, &sort, &m, &n, &k, a, ja, ia,
                                                 b, jb, ib, cv, jc, ic, &nnzmax, &info};
         EXPECT_EQ(entry_log().calls[0], expected) << "the arguments reach MKL unchanged";
@@ -193,11 +177,6 @@ TEST_F(CsrProduct, ArgumentsAreCheckedInOrderAndFailuresReportWithoutTouchingInf
   }
 }
 
-// The dimensions of A for op(A) * B with op(A) of `rows` x `inner`.
-Csr operand_a(char trans, int rows, int inner, int comps, unsigned seed) {
-  return trans == 'N' ? random_csr(rows, inner, comps, seed) : random_csr(inner, rows, comps, seed);
-}
-
 // In one stage with room for the whole product, and in two: the row
 // pointers first (NNZMAX plays no part), then the rest into arrays sized
 // from them.
@@ -206,7 +185,9 @@ TEST_F(CsrProduct, ProductsMatchTheDenseOne) {
     for (char trans : {'N', 'T', 'C'}) {
       if (p.comps == 1 && trans == 'C') continue;  // the same as 'T' for real values
       SCOPED_TRACE(std::string(p.report_name) + " trans=" + trans);
-      Csr a = operand_a(trans, 5, 4, p.comps, 11), b = random_csr(4, 6, p.comps, 12);
+      // op(A) is 5 x 4 whichever TRANS.
+      Csr a = trans == 'N' ? random_csr(5, 4, p.comps, 11) : random_csr(4, 5, p.comps, 11);
+      Csr b = random_csr(4, 6, p.comps, 12);
       const Dense want = dense_product(a, b, trans, p.comps);
       int sort = 7, m = a.rows, n = a.cols, k = b.cols, info = -777;
       auto product = [&](int request, int nnzmax, Csr& c) {

@@ -67,13 +67,6 @@ std::map<std::string, std::string>* Exports::routines_;
 std::set<std::string>* Exports::exported_;
 void* Exports::handle_;
 
-TEST_F(Exports, RoutineSetHas1686RoutinesAnd6382Spellings) {
-  ASSERT_EQ(routines_->size(), 1686u);
-  std::size_t spellings = 0;
-  for (const auto& [name, group] : *routines_) spellings += spellings_of(name, group[0] == 'B').all.size();
-  EXPECT_EQ(spellings, 6382u);
-}
-
 // Only the routines' spellings and the typed family's decorated names:
 // no spelling a routine does not have (no trailing underscore on the BLAS),
 // no interface function, nothing of the runtime.

@@ -96,7 +96,8 @@ Dense dense(const Csr& m, int comps) {
   Dense d(static_cast<std::size_t>(m.rows * m.cols));
   for (int i = 0; i < m.rows; ++i)
     for (int p = m.row_start[i] - 1; p < m.row_start[i + 1] - 1; ++p)
-      d[i * m.cols + m.columns[p] - 1] += std::complex<double>(m.values[p * comps], comps == 2 ? m.values[p * comps + 1] : 0.0);
+      d[i * m.cols + m.columns[p] - 1] +=
+          std::complex<double>(m.values[p * comps], comps == 2 ? m.values[p * comps + 1] : 0.0);
   return d;
 }
 

@@ -104,7 +104,8 @@ struct Side {
   template <class... A>
   void operator()(const std::string& name, A... a) const {
     using F = void (*)(A..., size_t, size_t, size_t, size_t, size_t, size_t);
-    void* f = reference ? reference::symbol((name + "_").c_str()) : dlsym(RTLD_DEFAULT, ("VORN_instable_" + name).c_str());
+    void* f = reference ? reference::symbol((name + "_").c_str())
+                        : dlsym(RTLD_DEFAULT, ("VORN_instable_" + name).c_str());
     ASSERT_NE(f, nullptr) << name;
     reinterpret_cast<F>(f)(a..., 1, 1, 1, 1, 1, 1);
   }
@@ -193,7 +194,8 @@ Row getrf(int m, int n, int lda) {
   const int k = std::min(m, n);
   std::vector<size_t> sizes{std::max(k, 1) * 8u};
   if (m == n && lda >= m) sizes.push_back(n * 8u);
-  return {"getrf_" + (m < 0 ? "minus" + std::to_string(-m) : std::to_string(m)) + "x" + std::to_string(n) + "_lda" + std::to_string(lda),
+  return {"getrf_" + (m < 0 ? "minus" + std::to_string(-m) : std::to_string(m)) + "x" + std::to_string(n) +
+              "_lda" + std::to_string(lda),
           [=](const Side& s) {
             if (s.layer())
               g_after = [](Word* a) {
@@ -340,7 +342,8 @@ Out laed0(int icompq, int n) {
   else
     Side{true}(name, &icompq, &n, &n, d.data(), e.data(), q.data(), &n, qstore.data(), &n, work.data(), iwork.data(),
                &info);
-  return Out().i(info).r(std::vector<double>(d.begin(), d.end())).r(icompq == 0 ? std::vector<double>{} : magnitudes(q));
+  return Out().i(info).r(std::vector<double>(d.begin(), d.end()))
+      .r(icompq == 0 ? std::vector<double>{} : magnitudes(q));
 }
 
 // DBDSDC on a random bidiagonal matrix: singular values, and the singular
@@ -546,7 +549,9 @@ std::vector<Row> rows() {
          double est = 0;
          observe::GuardPages fresh;  // zeroed scratch: only a copy-in shows the caller's signs
          if (s.layer()) {
-           g_before = [&](Word* w) { EXPECT_EQ(std::count(static_cast<i64*>(w[3]), static_cast<i64*>(w[3]) + n, 7), 0); };
+           g_before = [&](Word* w) {
+             EXPECT_EQ(std::count(static_cast<i64*>(w[3]), static_cast<i64*>(w[3]) + n, 7), 0);
+           };
            g_after = [&](Word* w) { left.assign(static_cast<i64*>(w[3]), static_cast<i64*>(w[3]) + n); };
          }
          do {

@@ -80,7 +80,9 @@ class Slot {
 
  private:
   Slot(std::size_t bytes, void* fn)
-      : bytes_(bytes), fn_(fn), block_(fn != nullptr ? nullptr : VORN_MKL_AlignedAlloc(64, std::max<std::size_t>(bytes, 1))) {}
+      : bytes_(bytes),
+        fn_(fn),
+        block_(fn != nullptr ? nullptr : VORN_MKL_AlignedAlloc(64, std::max<std::size_t>(bytes, 1))) {}
   std::size_t bytes_ = 0;
   void* fn_ = nullptr;
   void* block_ = nullptr;

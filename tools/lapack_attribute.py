@@ -27,7 +27,7 @@ sys.path[:0] = [str(ROOT / "tools" / "codegen"), str(ROOT / "tests" / "lapack_su
 
 import catalogue  # noqa: E402
 import dropin  # noqa: E402
-from lapack_suite import TIMEOUT, Run, path_key, run_all  # noqa: E402
+from lapack_suite import Run, path_key, run_all  # noqa: E402
 
 REFERENCE = {"blas": "/usr/lib/x86_64-linux-gnu/blas/libblas.so.3",
              "lapack": "/usr/lib/x86_64-linux-gnu/lapack/liblapack.so.3"}
@@ -74,7 +74,7 @@ def attribute(args: argparse.Namespace) -> int:
             preload = [str(scratch / "route.so")] + [str(Path(p).resolve()) for p in args.preload.split(":") if p]
             env = {**os.environ, "LD_LIBRARY_PATH": str(args.dropin_dir.resolve()),
                    "LD_PRELOAD": ":".join(preload), "MKL_NUM_THREADS": "1"}
-            outcome = run_all([run], env, scratch / "run", TIMEOUT)[run.label]
+            outcome = run_all([run], env, scratch / "run")[run.label]
             return outcome.paths.get(path_key(args.path), [0, 0])[1]
 
         none, every = failures([]), failures(names)

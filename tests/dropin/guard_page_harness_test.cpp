@@ -549,7 +549,8 @@ TEST(GuardPageHarness, EveryForwardedArrayRoutineAtDocumentedSizesMatchesTheRefe
     close(pipe_fds[1]);
     std::string text;
     char buffer[512];
-    for (ssize_t n; (n = read(pipe_fds[0], buffer, sizeof buffer)) > 0;) text.append(buffer, static_cast<std::size_t>(n));
+    for (ssize_t n; (n = read(pipe_fds[0], buffer, sizeof buffer)) > 0;)
+      text.append(buffer, static_cast<std::size_t>(n));
     close(pipe_fds[0]);
     int status = 0;
     waitpid(child, &status, 0);

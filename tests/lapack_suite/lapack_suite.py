@@ -9,7 +9,8 @@ the same tests as the reference and fail no more of them, path by path.
   lapack_suite.py --precision d --dropin-dir DIR --work-dir DIR [--preload LIBS]
 
 Writes <work>/<precision>/{reference,layer}/*.out and prints the comparison
-table. Exit status 1 when the layer falls behind anywhere, or when a program crashed or did not finish.
+table. Exit status 1 when the layer falls behind anywhere, or when a program
+crashed or did not finish.
 """
 from __future__ import annotations
 
@@ -141,7 +142,7 @@ def parse(text: str, status: int) -> Outcome:
     return o
 
 
-def run_all(runs: list[Run], env: dict[str, str], work: Path, timeout: int,
+def run_all(runs: list[Run], env: dict[str, str], work: Path,
             known_hangs: frozenset[str] = frozenset(), log_bindings: bool = False) -> dict[str, Outcome]:
     """Runs the programs; with log_bindings, the loader logs the first
     run's symbol bindings to <work>/bindings.<pid>."""
@@ -159,7 +160,7 @@ def run_all(runs: list[Run], env: dict[str, str], work: Path, timeout: int,
             with open(work / run.input) as stdin:
                 p = subprocess.run([str(PROGRAMS / run.program)], stdin=stdin, cwd=work, env=run_env,
                                    stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
-                                   timeout=HANG_LIMIT if run.label in known_hangs else timeout)
+                                   timeout=HANG_LIMIT if run.label in known_hangs else TIMEOUT)
             text, status = p.stdout.decode(errors="replace"), p.returncode
         except subprocess.TimeoutExpired as e:
             text, status = (e.stdout or b"").decode(errors="replace") + "\n(timed out)\n", -1
@@ -230,8 +231,8 @@ def check(args: argparse.Namespace) -> int:
         layer_env["LD_PRELOAD"] = ":".join(str(Path(p).resolve()) for p in args.preload.split(":") if p)
 
     work = args.work_dir / args.precision
-    reference = run_all(runs, reference_env, work / "reference", TIMEOUT)
-    layer = run_all(runs, layer_env, work / "layer", TIMEOUT, frozenset(KNOWN_HANGS), log_bindings=True)
+    reference = run_all(runs, reference_env, work / "reference")
+    layer = run_all(runs, layer_env, work / "layer", frozenset(KNOWN_HANGS), log_bindings=True)
     problems = compare(runs, reference, layer) + check_bindings(work / "layer", args.dropin_dir.resolve())
     for p in problems:
         print(f"PROBLEM: {p}")

@@ -78,7 +78,8 @@ int main(int argc, char** argv) {
   CALLGRIND_ZERO_STATS;
   for (const bench::Routine& r : bench::routines()) {
     for (int n : r.counted_sizes) {
-      for (bench::Impl impl : {bench::Impl::layer, bench::Impl::typed, bench::Impl::direct, bench::Impl::mandated}) {
+      for (bench::Impl impl :
+           {bench::Impl::layer, bench::Impl::typed, bench::Impl::direct, bench::Impl::mandated, bench::Impl::forward}) {
         auto w = r.make(n);
         if (!w->applicable(impl)) continue;
         if (const char* why = w->unavailable(impl)) {

@@ -1,5 +1,7 @@
 #include "workloads.h"
 
+#include "forward.h"
+
 #include <dlfcn.h>
 #include <link.h>
 
@@ -169,6 +171,7 @@ class Resolved : public Workload {
   bool applicable(Impl impl) const override {
     if (impl == Impl::typed) return has_typed_;
     if (impl == Impl::mandated) return hooks_ || scratch_bytes_ > 0;
+    if (impl == Impl::forward) return fn_[index(impl)] != nullptr;
     if (impl == Impl::openblas || impl == Impl::reference) return has_foreign_;
     return true;
   }
@@ -186,7 +189,8 @@ class Resolved : public Workload {
       case Impl::direct: return "MKL entry not found";
       case Impl::openblas: return openblas().error.empty() ? "not in OpenBLAS" : openblas().error.c_str();
       case Impl::reference: return reference().error.empty() ? "not in the reference" : reference().error.c_str();
-      case Impl::mandated: break;
+      case Impl::mandated:
+      case Impl::forward: break;
     }
     return "unknown";
   }
@@ -200,6 +204,11 @@ class Resolved : public Workload {
       mkl_serv_set_progress_interface(&mkl_serv_default_progress);
     }
     if (scratch != nullptr) mkl_serv_deallocate(scratch);
+  }
+
+  template <class F>
+  void forwards_to(F* f) {
+    fn_[index(Impl::forward)] = address(f);
   }
 
   template <class F>
@@ -330,10 +339,13 @@ class Dgemv final : public Resolved {
       : Resolved({"VORN_instable_dgemv", "mkl_blas_dgemv", "dgemv_",
                   typed_entry(&::VORN_stable_DGEMV, &VORN::VORN_stable_DGEMV), true}),
         n_(n), ld_(std::max(n, 1)), n64_(n), ld64_(ld_),
-        a_(vector_of(std::size_t(ld_) * n, 1)), x_(vector_of(n, 2)), y_(vector_of(n, 3)) {}
+        a_(vector_of(std::size_t(ld_) * n, 1)), x_(vector_of(n, 2)), y_(vector_of(n, 3)) {
+    forwards_to(&forward::dgemv);
+  }
   void invoke(Impl impl) override {
     switch (impl) {
       case Impl::layer:
+      case Impl::forward:
         fn<Plain>(impl)("N", &n_, &n_, &alpha_, a_.data(), &ld_, x_.data(), &one_, &beta_, y_.data(), &one_);
         break;
       case Impl::typed:
@@ -382,10 +394,12 @@ class Gemm final : public Resolved {
     // complex products).
     for (auto* v : {&a_, &b_})
       for (double& e : *v) e = (e - 0.75) / static_cast<double>(kParts);
+    forwards_to(Complex ? &forward::zgemm : &forward::dgemm);
   }
   void invoke(Impl impl) override {
     switch (impl) {
       case Impl::layer:
+      case Impl::forward:
         fn<Plain>(impl)("N", "N", &n_, &n_, &n_, alpha_, a_.data(), &ld_, b_.data(), &ld_, beta_, c_.data(), &ld_);
         break;
       case Impl::typed:
@@ -430,11 +444,13 @@ class Dtrsm final : public Resolved {
                   typed_entry(&::VORN_stable_DTRSM, &VORN::VORN_stable_DTRSM), true}),
         n_(n), ld_(std::max(n, 1)), n64_(n), ld64_(ld_), a_(n > 0 ? dominant(n) : std::vector<double>(1)) {
     use_pool(n > 0 ? vector_of(std::size_t(ld_) * n, 4) : std::vector<double>{});
+    forwards_to(&forward::dtrsm);
   }
   void invoke(Impl impl) override {
     double* b = fresh();
     switch (impl) {
-      case Impl::layer: fn<Plain>(impl)("L", "L", "N", "N", &n_, &n_, &alpha_, a_.data(), &ld_, b, &ld_); break;
+      case Impl::layer:
+      case Impl::forward: fn<Plain>(impl)("L", "L", "N", "N", &n_, &n_, &alpha_, a_.data(), &ld_, b, &ld_); break;
       case Impl::typed:
         fn<decltype(::VORN_stable_DTRSM)>(impl)('L', 'L', 'N', 'N', n_, n_, alpha_, {a_.data()}, ld_, {b}, ld_);
         break;
@@ -468,11 +484,13 @@ class Dpotrf final : public Resolved {
                   typed_entry(&::VORN_stable_DPOTRF, &VORN::VORN_stable_DPOTRF), true, true}),
         n_(n), ld_(std::max(n, 1)), n64_(n), ld64_(ld_) {
     use_pool(n > 0 ? dominant(n) : std::vector<double>{});
+    forwards_to(&forward::dpotrf);
   }
   void invoke(Impl impl) override {
     double* a = fresh();
     switch (impl) {
-      case Impl::layer: fn<Plain>(impl)("L", &n_, a, &ld_, &info_); break;
+      case Impl::layer:
+      case Impl::forward: fn<Plain>(impl)("L", &n_, a, &ld_, &info_); break;
       case Impl::typed: fn<decltype(::VORN_stable_DPOTRF)>(impl)('L', n_, {a}, ld_, info_); break;
       case Impl::direct: fn<Wide>(impl)("L", &n64_, a, &ld64_, &info64_, 1); break;
       default: fn<Fortran>(impl)("L", &n_, a, &ld_, &info_, 1);
@@ -495,6 +513,7 @@ class Dgeqrf final : public Resolved {
         n_(n), ld_(std::max(n, 1)), lwork_(std::max(1, 64 * n)), n64_(n), ld64_(ld_), lwork64_(lwork_),
         tau_(std::max(n, 1)), work_(lwork_) {
     use_pool(n > 0 ? vector_of(std::size_t(ld_) * n, 5) : std::vector<double>{});
+    forwards_to(&forward::dgeqrf);
   }
   void invoke(Impl impl) override {
     double* a = fresh();
@@ -554,6 +573,7 @@ class Dgetrf final : public Resolved {
                   typed_entry(&::VORN_stable_DGETRF, &VORN::VORN_stable_DGETRF), true, true, n}),
         n_(n), ld_(std::max(n, 1)), n64_(n), ld64_(ld_), ipiv_(ld_), ipiv64_(ld_) {
     use_pool(n > 0 ? dominant(n) : std::vector<double>{});
+    forwards_to(&forward::dgetrf);
   }
   void invoke(Impl impl) override {
     double* a = fresh();
@@ -591,11 +611,13 @@ class Dgetrs final : public Resolved {
         ipiv_(ld_), ipiv64_(ld_) {
     for (int i = 0; i < ld_; ++i) ipiv64_[i] = ipiv_[i] = i + 1;
     use_pool(n > 0 ? vector_of(n, 7) : std::vector<double>{});
+    forwards_to(&forward::dgetrs);
   }
   void invoke(Impl impl) override {
     double* b = fresh();
     switch (impl) {
-      case Impl::layer: fn<Plain>(impl)("N", &n_, &one_, a_.data(), &ld_, ipiv_.data(), b, &ld_, &info_); break;
+      case Impl::layer:
+      case Impl::forward: fn<Plain>(impl)("N", &n_, &one_, a_.data(), &ld_, ipiv_.data(), b, &ld_, &info_); break;
       case Impl::typed:
         fn<decltype(::VORN_stable_DGETRS)>(impl)('N', n_, one_, {a_.data()}, ld_, {ipiv_.data()}, {b}, ld_, info_);
         break;
@@ -681,6 +703,7 @@ const char* impl_name(Impl impl) {
     case Impl::openblas: return "openblas";
     case Impl::reference: return "reference";
     case Impl::mandated: return "mandated";
+    case Impl::forward: return "forward";
   }
   return "?";
 }

@@ -14,10 +14,12 @@ namespace bench {
 // `mandated` is not a way of calling the routine: it makes the service
 // calls the layer must make for one call of it (the two hooks for LAPACK,
 // one allocation and release per scratch array, of the same size), so that
-// the layer's own cost beyond them can be separated.
-enum class Impl { layer, typed, direct, mandated, openblas, reference };
-inline constexpr Impl kAllImpls[] = {Impl::layer, Impl::typed, Impl::direct, Impl::mandated, Impl::openblas,
-                                     Impl::reference};
+// the layer's own cost beyond them can be separated. `forward` is a bare
+// LP64 front on the same MKL entry (bench/forward.h): the least any bridge
+// executes, for the routines the frame-cost targets name.
+enum class Impl { layer, typed, direct, mandated, forward, openblas, reference };
+inline constexpr Impl kAllImpls[] = {Impl::layer,   Impl::typed,    Impl::direct,   Impl::mandated,
+                                     Impl::forward, Impl::openblas, Impl::reference};
 const char* impl_name(Impl impl);
 
 // Copies of the arrays a routine overwrites, one per call, so that every

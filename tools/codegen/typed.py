@@ -21,7 +21,6 @@ sys.path.insert(0, str(Path(__file__).resolve().parent))
 import catalogue  # noqa: E402
 from cxx_types import CALLER_RESULT, caller_type, param_name  # noqa: E402
 import exports  # noqa: E402
-from interfaces import length_params  # noqa: E402
 from outputs import write_if_changed  # noqa: E402
 
 TYPED_PREFIX = "VORN_stable_"
@@ -176,15 +175,19 @@ def forwarded(p: Param, a: catalogue.Arg) -> str:
 
 
 def forwarder(entry: Entry, r: catalogue.Routine) -> str:
-    # A letter passed by value is one character long.
-    args = [forwarded(p, a) for p, a in zip(entry.params, r.args)] + ["1"] * len(length_params(r))
+    args = [forwarded(p, a) for p, a in zip(entry.params, r.args)]
     call = f"vorn_if_{r.lower}({', '.join(args)})"
     body = f"return {call};" if entry.result != "void" else f"{call};"
     return f"{declaration(entry, r)} {{\n  {body}\n}}\n"
 
 
 def interface_declaration(r: catalogue.Routine) -> str:
-    params = ", ".join([caller_type(a) for a in r.args] + ["int"] * len(length_params(r)))
+    """The interface function as the typed entries call it: the standard
+    arguments only. A level-2 interface function also reads a length per
+    letter from the positions after them; as through the plain forwarding
+    entries, it hands on whatever they hold, and nothing depends on it.
+    Passing no lengths makes most forwarders a single jump."""
+    params = ", ".join(caller_type(a) for a in r.args)
     return f'VORN_HIDDEN {CALLER_RESULT[r.result]} vorn_if_{r.lower}({params});'
 
 

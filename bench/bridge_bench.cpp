@@ -19,10 +19,8 @@
 #include <string>
 #include <vector>
 
+#include "mkl_services.h"
 #include "workloads.h"
-
-extern "C" int mkl_serv_get_max_threads();
-extern "C" int mkl_serv_set_num_threads_local(int);
 
 namespace {
 

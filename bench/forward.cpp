@@ -6,6 +6,7 @@
 // a way to call a routine with arguments that may be wrong. Built like the
 // layer (position-independent, calls through the GOT, -O2).
 #include "forward.h"
+#include "mkl_services.h"
 
 #include <algorithm>
 #include <cstdint>
@@ -28,12 +29,6 @@ void mkl_lapack_dgeqrf(const i64*, const i64*, double*, const i64*, double*, dou
 void mkl_lapack_dgetrf(const i64*, const i64*, double*, const i64*, i64*, i64*);
 void mkl_lapack_dgetrs(const char*, const i64*, const i64*, const double*, const i64*, const i64*, double*,
                        const i64*, i64*, int);
-void* mkl_serv_allocate(std::size_t bytes, int alignment);
-void mkl_serv_deallocate(void* p);
-void mkl_serv_set_xerbla_interface(void (*)(const char*, const void*, int));
-void mkl_serv_set_progress_interface(long long (*)(void*, void*, void*, long long));
-void mkl_serv_default_xerbla(const char*, const void*, int);
-long long mkl_serv_default_progress(void*, void*, void*, long long);
 }
 
 namespace bench::forward {

@@ -1,6 +1,7 @@
 #include "workloads.h"
 
 #include "forward.h"
+#include "mkl_services.h"
 
 #include <dlfcn.h>
 #include <link.h>
@@ -50,15 +51,6 @@ VORN_BENCH_TYPED(void, VORN_stable_DGETRF, int, int, AlignedPtr<double>, int, Al
 VORN_BENCH_TYPED(void, VORN_stable_DGETRS, char, int, int, AlignedPtr<double>, int, AlignedPtr<int>, AlignedPtr<double>,
                  int, int&)
 #undef VORN_BENCH_TYPED
-
-extern "C" {
-void* mkl_serv_allocate(std::size_t bytes, int alignment);
-void mkl_serv_deallocate(void* p);
-void mkl_serv_set_xerbla_interface(void (*)(const char*, const void*, int));
-void mkl_serv_set_progress_interface(long long (*)(void*, void*, void*, long long));
-void mkl_serv_default_xerbla(const char*, const void*, int);
-long long mkl_serv_default_progress(void*, void*, void*, long long);
-}
 
 namespace bench {
 namespace {

@@ -34,11 +34,6 @@ void mkl_lapack_dgetrs(const char*, const i64*, const i64*, const double*, const
 namespace bench::forward {
 namespace {
 
-void hooks() {
-  mkl_serv_set_xerbla_interface(&mkl_serv_default_xerbla);
-  mkl_serv_set_progress_interface(&mkl_serv_default_progress);
-}
-
 i64* scratch(i64 elements) {
   return static_cast<i64*>(mkl_serv_allocate(static_cast<std::size_t>(std::max<i64>(elements, 1)) * sizeof(i64), 128));
 }
@@ -74,7 +69,7 @@ void dtrsm(const char* side, const char* uplo, const char* transa, const char* d
 void dpotrf(const char* uplo, const int* n, double* a, const int* lda, int* info) {
   const i64 n64 = *n, lda64 = *lda;
   i64 info64 = 0;
-  hooks();
+  install_default_hooks();
   mkl_lapack_dpotrf(uplo, &n64, a, &lda64, &info64, 1);
   *info = static_cast<int>(info64);
 }
@@ -83,7 +78,7 @@ void dgeqrf(const int* m, const int* n, double* a, const int* lda, double* tau, 
             int* info) {
   const i64 m64 = *m, n64 = *n, lda64 = *lda, lwork64 = *lwork;
   i64 info64 = 0;
-  hooks();
+  install_default_hooks();
   mkl_lapack_dgeqrf(&m64, &n64, a, &lda64, tau, work, &lwork64, &info64);
   *info = static_cast<int>(info64);
 }
@@ -92,7 +87,7 @@ void dgetrf(const int* m, const int* n, double* a, const int* lda, int* ipiv, in
   const i64 m64 = *m, n64 = *n, lda64 = *lda, pivots = std::min(m64, n64);
   i64 info64 = 0;
   i64* ipiv64 = scratch(pivots);
-  hooks();
+  install_default_hooks();
   mkl_lapack_dgetrf(&m64, &n64, a, &lda64, ipiv64, &info64);
   for (i64 i = 0; i < pivots; ++i) ipiv[i] = static_cast<int>(ipiv64[i]);
   mkl_serv_deallocate(ipiv64);
@@ -105,7 +100,7 @@ void dgetrs(const char* trans, const int* n, const int* nrhs, const double* a, c
   i64 info64 = 0;
   i64* ipiv64 = scratch(n64);
   for (i64 i = 0; i < n64; ++i) ipiv64[i] = ipiv[i];
-  hooks();
+  install_default_hooks();
   mkl_lapack_dgetrs(trans, &n64, &nrhs64, a, &lda64, ipiv64, b, &ldb64, &info64, 1);
   mkl_serv_deallocate(ipiv64);
   *info = static_cast<int>(info64);

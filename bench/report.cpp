@@ -377,7 +377,8 @@ void write_markdown(const fs::path& out, const Report& rep, const std::vector<st
                       who.c_str(), n, own);
         lines << line;
         if (std::isfinite(phase)) lines << " (beyond the mandated phase: " << fixed(phase, 1) << ")";
-        if (std::isfinite(bare)) lines << " [bare forward " << fixed(bare, 1) << "; the layer beyond it " << fixed(own - bare, 1) << "]";
+        if (std::isfinite(bare))
+          lines << " [bare forward " << fixed(bare, 1) << "; the layer beyond it " << fixed(own - bare, 1) << "]";
         lines << "\n";
       }
   }

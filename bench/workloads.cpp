@@ -191,10 +191,7 @@ class Resolved : public Workload {
   // The same service calls, in the same order, as the layer's frame.
   void mandated() override {
     void* scratch = scratch_bytes_ > 0 ? mkl_serv_allocate(scratch_bytes_, 128) : nullptr;
-    if (hooks_) {
-      mkl_serv_set_xerbla_interface(&mkl_serv_default_xerbla);
-      mkl_serv_set_progress_interface(&mkl_serv_default_progress);
-    }
+    if (hooks_) install_default_hooks();
     if (scratch != nullptr) mkl_serv_deallocate(scratch);
   }
 
@@ -660,10 +657,7 @@ class Hooks final : public Workload {
  public:
   bool applicable(Impl impl) const override { return impl == Impl::direct; }
   const char* unavailable(Impl impl) const override { return applicable(impl) ? nullptr : "the routine has no such entry"; }
-  void invoke(Impl) override {
-    mkl_serv_set_xerbla_interface(&mkl_serv_default_xerbla);
-    mkl_serv_set_progress_interface(&mkl_serv_default_progress);
-  }
+  void invoke(Impl) override { install_default_hooks(); }
 };
 
 template <class W>

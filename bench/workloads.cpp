@@ -121,8 +121,7 @@ const Foreign& openblas() {
 }
 
 const Foreign& reference() {
-  static const Foreign f = load_foreign("reference", "/usr/lib/x86_64-linux-gnu/blas/libblas.so.3",
-                                        "/usr/lib/x86_64-linux-gnu/lapack/liblapack.so.3");
+  static const Foreign f = load_foreign("reference", VORN_REFERENCE_BLAS, VORN_REFERENCE_LAPACK);
   return f;
 }
 

@@ -5,7 +5,11 @@ the reference passes it. The known differences of tests/lapack_suite were
 traced with it.
 
   lapack_attribute.py --from lapack --program xeigtstd --input dgd.in
-                      --path "DGS drivers" --dropin-dir DIR [--preload LIBS]
+                      --path "DGS drivers" --build-dir DIR [--preload LIBS]
+
+DIR is a configured and built tree: its companions are run, and its CMake
+cache names the reference libraries and, beside the reference LAPACK, the
+test programs.
 
 A small preloaded library takes chosen standard names away from the
 companions and sends them to the reference library (the jump stubs the
@@ -23,14 +27,13 @@ import tempfile
 from pathlib import Path
 
 ROOT = Path(__file__).resolve().parents[1]
-sys.path[:0] = [str(ROOT / "tools" / "codegen"), str(ROOT / "tests" / "lapack_suite")]
+sys.path[:0] = [str(ROOT / "tools" / "codegen"), str(ROOT / "tools")]
 
 import catalogue  # noqa: E402
 import dropin  # noqa: E402
-from lapack_suite import Run, path_key, run_all  # noqa: E402
+from lapack_programs import Run, path_key, run_all  # noqa: E402
 
-REFERENCE = {"blas": "/usr/lib/x86_64-linux-gnu/blas/libblas.so.3",
-             "lapack": "/usr/lib/x86_64-linux-gnu/lapack/liblapack.so.3"}
+REFERENCE = {"blas": "VORN_REFERENCE_BLAS", "lapack": "VORN_REFERENCE_LAPACK_NAMES"}  # cache variables
 # Never routed: the programs' own XERBLA and ILAENV stay theirs; LSAME is
 # not numerical.
 NEVER_ROUTED = {"xerbla_", "xerbla_array_", "lsame_", "ilaenv_"}
@@ -54,8 +57,18 @@ def minimal_set(names: list[str], target: int, failures) -> list[str]:
     return kept
 
 
+def cached(build: Path, variable: str) -> Path:
+    for line in (build / "CMakeCache.txt").read_text().splitlines():
+        if line.startswith(f"{variable}:"):
+            return Path(line.split("=", 1)[1])
+    sys.exit(f"{variable} is not set in {build}/CMakeCache.txt")
+
+
 def attribute(args: argparse.Namespace) -> int:
-    listing = subprocess.run(["nm", "-D", "--defined-only", "-P", REFERENCE[args.source]],
+    library = cached(args.build_dir, REFERENCE[args.source])
+    programs = cached(args.build_dir, REFERENCE["lapack"]).parent
+    dropin_dir = (args.build_dir / "dropin" / "lib").resolve()
+    listing = subprocess.run(["nm", "-D", "--defined-only", "-P", str(library)],
                              check=True, capture_output=True, text=True).stdout
     in_set = {f"{r.lower}_" for r in catalogue.load(ROOT / "catalogue" / "routines.cat")}
     names = [n for n in dropin.reference_names(listing) if n in in_set and n not in NEVER_ROUTED]
@@ -69,12 +82,13 @@ def attribute(args: argparse.Namespace) -> int:
             subprocess.run([os.environ.get("CXX", "g++"), "-shared", "-fPIC", "-O1", "-o", str(scratch / "route.so"),
                             str(scratch / "stubs.S"), str(scratch / "table.cpp"),
                             str(ROOT / "dropin" / "reference_dispatch.S"),
-                            str(ROOT / "dropin" / "reference_resolve.cpp"),
-                            f'-DVORN_REFERENCE_LAPACK="{REFERENCE[args.source]}"', f"-I{ROOT}", "-ldl"], check=True)
-            preload = [str(scratch / "route.so")] + [str(Path(p).resolve()) for p in args.preload.split(":") if p]
-            env = {**os.environ, "LD_LIBRARY_PATH": str(args.dropin_dir.resolve()),
+                            str(ROOT / "dropin" / "reference_resolve.cpp"), str(ROOT / "dropin" / "relocation.cpp"),
+                            f'-DVORN_REFERENCE_LAPACK="{library}"', f"-I{ROOT}", "-ldl"], check=True)
+            # A sanitizer runtime among the preloads has to come first.
+            preload = [str(Path(p).resolve()) for p in args.preload.split(":") if p] + [str(scratch / "route.so")]
+            env = {**os.environ, "LD_LIBRARY_PATH": str(dropin_dir),
                    "LD_PRELOAD": ":".join(preload), "MKL_NUM_THREADS": "1"}
-            outcome = run_all([run], env, scratch / "run")[run.label]
+            outcome = run_all(programs, [run], env, scratch / "run")[run.label]
             return outcome.paths.get(path_key(args.path), [0, 0])[1]
 
         none, every = failures([]), failures(names)
@@ -95,7 +109,7 @@ def main() -> int:
     ap.add_argument("--program", required=True)
     ap.add_argument("--input", required=True)
     ap.add_argument("--path", required=True, help='summary path, e.g. "DGS drivers"')
-    ap.add_argument("--dropin-dir", required=True, type=Path)
+    ap.add_argument("--build-dir", required=True, type=Path)
     ap.add_argument("--preload", default="", help="colon-separated libraries preloaded into the layer's runs")
     return attribute(ap.parse_args())
 

@@ -6,7 +6,8 @@ error-exit tests are switched off in the inputs. Each program prints one
 summary line per test path ("DGE", "DGS drivers", ...); the layer must run
 the same tests as the reference and fail no more of them, path by path.
 
-  lapack_suite.py --precision d --dropin-dir DIR --work-dir DIR [--preload LIBS]
+  lapack_suite.py --precision d --programs-dir DIR --reference-path DIRS
+                  --dropin-dir DIR --work-dir DIR [--preload LIBS]
 
 Writes <work>/<precision>/{reference,layer}/*.out and prints the comparison
 table. Exit status 1 when the layer falls behind anywhere, or when a program
@@ -17,20 +18,21 @@ from __future__ import annotations
 import argparse
 import os
 import re
-import subprocess
 import sys
-from dataclasses import dataclass, field
+from dataclasses import dataclass
 from pathlib import Path
 
-PROGRAMS = Path("/usr/lib/x86_64-linux-gnu/lapack")
-REFERENCE_PATH = "/usr/lib/x86_64-linux-gnu/lapack:/usr/lib/x86_64-linux-gnu/blas"
+ROOT = Path(__file__).resolve().parents[2]
+sys.path.insert(0, str(ROOT / "tools"))
+
+from lapack_programs import HANG_LIMIT, Outcome, Run, path_key, run_all  # noqa: E402
+
 
 # The eigenvalue inputs, as LAPACK's own test driver lists them, with the
 # balancing inputs its CMake runs as well; "?" is the precision letter.
 EIG_INPUTS = ("nep sep se2 svd ?ec ?ed ?gg ?gd ?sb ?sg ?bb glm gqr gsv csd lse "
               "?bal ?bak ?gbal ?gbak").split()
 MIXED = {"d": ("xlintstds", "dstest.in"), "z": ("xlintstzc", "zctest.in")}
-TIMEOUT = 1200  # seconds per program run
 
 
 @dataclass(frozen=True)
@@ -75,21 +77,7 @@ KNOWN_HANGS = {
     "xeigtstc < gsv.in": "the computational library's CTGSJA never returns on CCKGSV's first case (the "
                          "input of reference LAPACK issue 411), where the reference returns at once",
 }
-HANG_LIMIT = 30
 
-
-@dataclass(frozen=True)
-class Run:
-    program: str
-    input: str
-
-    @property
-    def label(self) -> str:
-        return f"{self.program} < {self.input}"
-
-    @property
-    def output(self) -> str:
-        return f"{self.program}_{self.input.removesuffix('.in')}.out"
 
 
 def runs_for(precision: str) -> list[Run]:
@@ -98,75 +86,6 @@ def runs_for(precision: str) -> list[Run]:
             + [Run(f"xlintstrf{precision}", f"{precision}test_rfp.in")]
             + [Run(f"xeigtst{precision}", i.replace("?", precision) + ".in") for i in EIG_INPUTS])
 
-
-ERROR_EXIT_LINE = re.compile(r"^(\s*)(T|\.TRUE\.)(\s+Put T to test the error exits)", re.I | re.M)
-
-
-def without_error_exits(text: str) -> str:
-    return ERROR_EXIT_LINE.sub(lambda m: m.group(1) + ("F" if m.group(2) == "T" else ".FALSE.") + m.group(3),
-                               text)
-
-
-# Summary lines, failing and passing:
-#   " DGE:    8 out of  3744 tests failed to pass the threshold"
-#   " DGS drivers:      4 out of   1560 tests failed to pass the threshold"
-#   " All tests for DGE routines passed the threshold (  3744 tests run)"
-FAILED = re.compile(r"^\s*(.+?):?\s+(\d+) out of\s+(\d+) tests failed", re.M)
-PASSED = re.compile(r"All tests for (.+?)\s+passed the threshold \(\s*(\d+) tests run\)", re.M)
-# Lines that mean something went wrong outside the threshold tests.
-TROUBLE = re.compile(r"^.*(?:XERBLA was called|Illegal|illegal|returned INFO|INFO\s*=|\*\*\* Error code"
-                     r"|MKL ERROR|Sanitizer|runtime error|Segmentation).*$", re.M)
-
-
-def path_key(text: str) -> str:
-    return re.sub(r"\s+", " ", text.strip().rstrip(":")).removesuffix(" routines")
-
-
-@dataclass
-class Outcome:
-    finished: bool = False
-    status: int = 0
-    paths: dict[str, list[int]] = field(default_factory=dict)  # key -> [run, failed]
-    trouble: list[str] = field(default_factory=list)
-
-
-def parse(text: str, status: int) -> Outcome:
-    o = Outcome(finished="End of tests" in text, status=status)
-    for m in FAILED.finditer(text):
-        entry = o.paths.setdefault(path_key(m.group(1)), [0, 0])
-        entry[0] += int(m.group(3))
-        entry[1] += int(m.group(2))
-    for m in PASSED.finditer(text):
-        o.paths.setdefault(path_key(m.group(1)), [0, 0])[0] += int(m.group(2))
-    o.trouble = [line.strip() for line in TROUBLE.findall(text)]
-    return o
-
-
-def run_all(runs: list[Run], env: dict[str, str], work: Path,
-            known_hangs: frozenset[str] = frozenset(), log_bindings: bool = False) -> dict[str, Outcome]:
-    """Runs the programs; with log_bindings, the loader logs the first
-    run's symbol bindings to <work>/bindings.<pid>."""
-    work.mkdir(parents=True, exist_ok=True)
-    for old in work.glob("bindings.*"):
-        old.unlink()
-    outcomes = {}
-    for index, run in enumerate(runs):
-        run_env = env
-        if log_bindings and index == 0:
-            run_env = {**env, "LD_DEBUG": "bindings", "LD_DEBUG_OUTPUT": str(work / "bindings")}
-        source = PROGRAMS / run.input
-        (work / run.input).write_text(without_error_exits(source.read_text()))
-        try:
-            with open(work / run.input) as stdin:
-                p = subprocess.run([str(PROGRAMS / run.program)], stdin=stdin, cwd=work, env=run_env,
-                                   stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
-                                   timeout=HANG_LIMIT if run.label in known_hangs else TIMEOUT)
-            text, status = p.stdout.decode(errors="replace"), p.returncode
-        except subprocess.TimeoutExpired as e:
-            text, status = (e.stdout or b"").decode(errors="replace") + "\n(timed out)\n", -1
-        (work / run.output).write_text(text)
-        outcomes[run.label] = parse(text, status)
-    return outcomes
 
 
 def check_bindings(work: Path, dropin: Path) -> list[str]:
@@ -224,15 +143,15 @@ def check(args: argparse.Namespace) -> int:
     runs = runs_for(args.precision)
     base = {k: v for k, v in os.environ.items() if k not in ("LD_LIBRARY_PATH", "LD_PRELOAD")}
     base["MKL_NUM_THREADS"] = "1"
-    reference_env = {**base, "LD_LIBRARY_PATH": REFERENCE_PATH}
+    reference_env = {**base, "LD_LIBRARY_PATH": args.reference_path}
     layer_env = {**base, "LD_LIBRARY_PATH": str(args.dropin_dir.resolve())}
     if args.preload:
         # The programs run in the work directory: preloads by absolute path.
         layer_env["LD_PRELOAD"] = ":".join(str(Path(p).resolve()) for p in args.preload.split(":") if p)
 
     work = args.work_dir / args.precision
-    reference = run_all(runs, reference_env, work / "reference")
-    layer = run_all(runs, layer_env, work / "layer", frozenset(KNOWN_HANGS), log_bindings=True)
+    reference = run_all(args.programs_dir, runs, reference_env, work / "reference")
+    layer = run_all(args.programs_dir, runs, layer_env, work / "layer", frozenset(KNOWN_HANGS), log_bindings=True)
     problems = compare(runs, reference, layer) + check_bindings(work / "layer", args.dropin_dir.resolve())
     for p in problems:
         print(f"PROBLEM: {p}")
@@ -242,6 +161,8 @@ def check(args: argparse.Namespace) -> int:
 def main() -> int:
     ap = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
     ap.add_argument("--precision", required=True, choices=list("sdcz"))
+    ap.add_argument("--programs-dir", required=True, type=Path, help="the test programs and their inputs")
+    ap.add_argument("--reference-path", required=True, help="the reference libraries' directories, colon-separated")
     ap.add_argument("--work-dir", required=True, type=Path)
     ap.add_argument("--dropin-dir", required=True, type=Path)
     ap.add_argument("--preload", default="", help="colon-separated libraries preloaded into the layer's runs")

@@ -8,8 +8,8 @@
 namespace reference {
 namespace {
 
-constexpr const char* kBlas = "/usr/lib/x86_64-linux-gnu/blas/libblas.so.3";
-constexpr const char* kLapack = "/usr/lib/x86_64-linux-gnu/lapack/liblapack.so.3";
+constexpr const char* kBlas = VORN_REFERENCE_BLAS;
+constexpr const char* kLapack = VORN_REFERENCE_LAPACK;
 
 void* open(const char* path) {
   void* h = dlopen(path, RTLD_NOW | RTLD_GLOBAL);

@@ -6,6 +6,7 @@
 // a way to call a routine with arguments that may be wrong. Built like the
 // layer (position-independent, calls through the GOT, -O2).
 #include "forward.h"
+#include "mkl_entries.h"
 #include "mkl_services.h"
 
 #include <algorithm>
@@ -13,22 +14,6 @@
 
 namespace {
 using i64 = std::int64_t;
-}
-
-extern "C" {
-void mkl_blas_dgemv(const char*, const i64*, const i64*, const double*, const double*, const i64*, const double*,
-                    const i64*, const double*, double*, const i64*, int);
-void mkl_blas_dgemm(const char*, const char*, const i64*, const i64*, const i64*, const double*, const double*,
-                    const i64*, const double*, const i64*, const double*, double*, const i64*);
-void mkl_blas_zgemm(const char*, const char*, const i64*, const i64*, const i64*, const double*, const double*,
-                    const i64*, const double*, const i64*, const double*, double*, const i64*);
-void mkl_blas_dtrsm(const char*, const char*, const char*, const char*, const i64*, const i64*, const double*,
-                    const double*, const i64*, double*, const i64*);
-void mkl_lapack_dpotrf(const char*, const i64*, double*, const i64*, i64*, int);
-void mkl_lapack_dgeqrf(const i64*, const i64*, double*, const i64*, double*, double*, const i64*, i64*);
-void mkl_lapack_dgetrf(const i64*, const i64*, double*, const i64*, i64*, i64*);
-void mkl_lapack_dgetrs(const char*, const i64*, const i64*, const double*, const i64*, const i64*, double*,
-                       const i64*, i64*, int);
 }
 
 namespace bench::forward {

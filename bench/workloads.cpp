@@ -1,6 +1,7 @@
 #include "workloads.h"
 
 #include "forward.h"
+#include "mkl_entries.h"
 #include "mkl_services.h"
 
 #include <dlfcn.h>
@@ -244,7 +245,7 @@ std::vector<double> dominant(int n) {
 
 class Daxpy final : public Resolved {
   using Plain = void(const int*, const double*, const double*, const int*, double*, const int*);
-  using Wide = void(const i64*, const double*, const double*, const i64*, double*, const i64*);
+  using Wide = decltype(mkl_blas_daxpy);
 
  public:
   explicit Daxpy(int n)
@@ -267,7 +268,7 @@ class Daxpy final : public Resolved {
 
 class Ddot final : public Resolved {
   using Plain = double(const int*, const double*, const int*, const double*, const int*);
-  using Wide = double(const i64*, const double*, const i64*, const double*, const i64*);
+  using Wide = decltype(mkl_blas_ddot);
 
  public:
   explicit Ddot(int n)
@@ -287,7 +288,7 @@ class Ddot final : public Resolved {
 
 class Idamax final : public Resolved {
   using Plain = int(const int*, const double*, const int*);
-  using Wide = i64(const i64*, const double*, const i64*);
+  using Wide = decltype(mkl_blas_idamax);
 
  public:
   explicit Idamax(int n)
@@ -317,8 +318,7 @@ class Idamax final : public Resolved {
 class Dgemv final : public Resolved {
   using Plain = void(const char*, const int*, const int*, const double*, const double*, const int*, const double*,
                      const int*, const double*, double*, const int*);
-  using Wide = void(const char*, const i64*, const i64*, const double*, const double*, const i64*, const double*,
-                    const i64*, const double*, double*, const i64*, int);
+  using Wide = decltype(mkl_blas_dgemv);
   using Fortran = void(const char*, const int*, const int*, const double*, const double*, const int*, const double*,
                        const int*, const double*, double*, const int*, std::size_t);
 
@@ -362,8 +362,7 @@ template <bool Complex>
 class Gemm final : public Resolved {
   using Plain = void(const char*, const char*, const int*, const int*, const int*, const double*, const double*,
                      const int*, const double*, const int*, const double*, double*, const int*);
-  using Wide = void(const char*, const char*, const i64*, const i64*, const i64*, const double*, const double*,
-                    const i64*, const double*, const i64*, const double*, double*, const i64*);
+  using Wide = decltype(mkl_blas_dgemm);  // ZGEMM's is the same
   using Fortran = void(const char*, const char*, const int*, const int*, const int*, const double*, const double*,
                        const int*, const double*, const int*, const double*, double*, const int*, std::size_t,
                        std::size_t);
@@ -420,8 +419,7 @@ class Gemm final : public Resolved {
 class Dtrsm final : public Resolved {
   using Plain = void(const char*, const char*, const char*, const char*, const int*, const int*, const double*,
                      const double*, const int*, double*, const int*);
-  using Wide = void(const char*, const char*, const char*, const char*, const i64*, const i64*, const double*,
-                    const double*, const i64*, double*, const i64*);
+  using Wide = decltype(mkl_blas_dtrsm);
   using Fortran = void(const char*, const char*, const char*, const char*, const int*, const int*, const double*,
                        const double*, const int*, double*, const int*, std::size_t, std::size_t, std::size_t,
                        std::size_t);
@@ -463,7 +461,7 @@ class Dtrsm final : public Resolved {
 
 class Dpotrf final : public Resolved {
   using Plain = void(const char*, const int*, double*, const int*, int*);
-  using Wide = void(const char*, const i64*, double*, const i64*, i64*, int);
+  using Wide = decltype(mkl_lapack_dpotrf);
   using Fortran = void(const char*, const int*, double*, const int*, int*, std::size_t);
 
  public:
@@ -492,7 +490,7 @@ class Dpotrf final : public Resolved {
 
 class Dgeqrf final : public Resolved {
   using Plain = void(const int*, const int*, double*, const int*, double*, double*, const int*, int*);
-  using Wide = void(const i64*, const i64*, double*, const i64*, double*, double*, const i64*, i64*);
+  using Wide = decltype(mkl_lapack_dgeqrf);
 
  public:
   explicit Dgeqrf(int n)
@@ -528,7 +526,7 @@ class Dgeqrf final : public Resolved {
 
 class Ddoti final : public Resolved {
   using Plain = double(const int*, const double*, const int*, const double*);
-  using Wide = double(const i64*, const double*, const i64*, const double*);
+  using Wide = decltype(mkl_blas_ddoti);
 
  public:
   explicit Ddoti(int n)
@@ -553,7 +551,7 @@ class Ddoti final : public Resolved {
 
 class Dgetrf final : public Resolved {
   using Plain = void(const int*, const int*, double*, const int*, int*, int*);
-  using Wide = void(const i64*, const i64*, double*, const i64*, i64*, i64*);
+  using Wide = decltype(mkl_lapack_dgetrf);
 
  public:
   explicit Dgetrf(int n)
@@ -584,8 +582,7 @@ class Dgetrf final : public Resolved {
 class Dgetrs final : public Resolved {
   using Plain = void(const char*, const int*, const int*, const double*, const int*, const int*, double*, const int*,
                      int*);
-  using Wide = void(const char*, const i64*, const i64*, const double*, const i64*, const i64*, double*, const i64*,
-                    i64*, int);
+  using Wide = decltype(mkl_lapack_dgetrs);
   using Fortran = void(const char*, const int*, const int*, const double*, const int*, const int*, double*,
                        const int*, int*, std::size_t);
 

@@ -28,7 +28,6 @@ class Run:
         return f"{self.program}_{self.input.removesuffix('.in')}.out"
 
 
-
 ERROR_EXIT_LINE = re.compile(r"^(\s*)(T|\.TRUE\.)(\s+Put T to test the error exits)", re.I | re.M)
 
 

@@ -27,7 +27,6 @@ sys.path.insert(0, str(ROOT / "tools"))
 
 from lapack_programs import HANG_LIMIT, Outcome, Run, path_key, run_all  # noqa: E402
 
-
 # The eigenvalue inputs, as LAPACK's own test driver lists them, with the
 # balancing inputs its CMake runs as well; "?" is the precision letter.
 EIG_INPUTS = ("nep sep se2 svd ?ec ?ed ?gg ?gd ?sb ?sg ?bb glm gqr gsv csd lse "
@@ -79,7 +78,6 @@ KNOWN_HANGS = {
 }
 
 
-
 def runs_for(precision: str) -> list[Run]:
     mixed = [Run(*MIXED[precision])] if precision in MIXED else []
     return ([Run(f"xlintst{precision}", f"{precision}test.in")] + mixed
@@ -87,18 +85,17 @@ def runs_for(precision: str) -> list[Run]:
             + [Run(f"xeigtst{precision}", i.replace("?", precision) + ".in") for i in EIG_INPUTS])
 
 
-
-def check_bindings(work: Path, dropin: Path) -> list[str]:
+def check_bindings(work: Path, dropin: Path, programs: Path) -> list[str]:
     """The calls went program -> companion library -> layer, and the
     reference library's own calls came back into the companion library."""
     log = "".join(p.read_text(errors="replace") for p in work.glob("bindings.*"))
-    lapack = re.escape(f"{dropin}/liblapack.so.3")
+    lapack, here = re.escape(f"{dropin}/liblapack.so.3"), re.escape(str(programs))
     wanted = {
-        "program into the companion liblapack.so.3": rf"binding file /usr/\S+/xl\S+ \[0\] to {lapack} \[0\]: "
+        "program into the companion liblapack.so.3": rf"binding file {here}/xl\S+ \[0\] to {lapack} \[0\]: "
                                                      r"normal symbol `[a-z0-9_]+_'",
         "companion liblapack.so.3 into the layer": rf"binding file {lapack} \[0\] to \S+/libvorn\.so[.0-9]* "
                                                    r"\[0\]: normal symbol `VORN_instable_",
-        "reference LAPACK back into the companion library": r"binding file \S+/lapack/liblapack\.so\.3 \[0\] "
+        "reference LAPACK back into the companion library": rf"binding file {here}/liblapack\.so\.3 \[0\] "
                                                             rf"to {lapack} \[0\]: normal symbol `[a-z0-9_]+_'",
     }
     return [f"no binding seen: {what}" for what, pattern in wanted.items() if not re.search(pattern, log)]
@@ -152,7 +149,8 @@ def check(args: argparse.Namespace) -> int:
     work = args.work_dir / args.precision
     reference = run_all(args.programs_dir, runs, reference_env, work / "reference")
     layer = run_all(args.programs_dir, runs, layer_env, work / "layer", frozenset(KNOWN_HANGS), log_bindings=True)
-    problems = compare(runs, reference, layer) + check_bindings(work / "layer", args.dropin_dir.resolve())
+    problems = (compare(runs, reference, layer)
+                + check_bindings(work / "layer", args.dropin_dir.resolve(), args.programs_dir))
     for p in problems:
         print(f"PROBLEM: {p}")
     return 1 if problems else 0

@@ -72,8 +72,10 @@ def parse(text: str, status: int) -> Outcome:
 
 
 def run_all(programs: Path, runs: list[Run], env: dict[str, str], work: Path,
-            known_hangs: frozenset[str] = frozenset(), log_bindings: bool = False) -> dict[str, Outcome]:
-    """Runs the programs; with log_bindings, the loader logs the first
+            known_hangs: frozenset[str] = frozenset(), log_bindings: bool = False,
+            launcher: tuple[str, ...] = (), suffix: str = "") -> dict[str, Outcome]:
+    """Runs the programs (each as launcher + program + suffix: wine and .exe
+    for the Windows builds); with log_bindings, the loader logs the first
     run's symbol bindings to <work>/bindings.<pid>."""
     work.mkdir(parents=True, exist_ok=True)
     for old in work.glob("bindings.*"):
@@ -87,8 +89,8 @@ def run_all(programs: Path, runs: list[Run], env: dict[str, str], work: Path,
         (work / run.input).write_text(without_error_exits(source.read_text()))
         try:
             with open(work / run.input) as stdin:
-                p = subprocess.run([str(programs / run.program)], stdin=stdin, cwd=work, env=run_env,
-                                   stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
+                p = subprocess.run([*launcher, str(programs / (run.program + suffix))], stdin=stdin, cwd=work,
+                                   env=run_env, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
                                    timeout=HANG_LIMIT if run.label in known_hangs else TIMEOUT)
             text, status = p.stdout.decode(errors="replace"), p.returncode
         except subprocess.TimeoutExpired as e:

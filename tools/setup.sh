@@ -30,7 +30,7 @@ pkgs=(
   libblas-test liblapack-test libopenblas0-pthread
   python3-numpy python3-pytest python3-hypothesis
   valgrind gnuplot-nox binutils ccache
-  g++-mingw-w64-x86-64 gfortran-mingw-w64-x86-64 clang lld llvm wine64 wine
+  g++-mingw-w64-x86-64 gfortran-mingw-w64-x86-64 clang lld llvm wine64 wine wine64-tools libmkl-sequential
   r-base-core octave openmpi-bin libscalapack-openmpi2.2 scalapack-mpi-test
 )
 missing=()

@@ -8,6 +8,11 @@ the same tests as the reference and fail no more of them, path by path.
 
   lapack_suite.py --precision d --programs-dir DIR --reference-path DIRS
                   --dropin-dir DIR --work-dir DIR [--preload LIBS]
+                  [--wine-backend DIR]
+
+With --wine-backend, the same for the LP64 Windows builds of the programs
+under wine, through vorn.dll's companions over that computational library,
+held to the same table of its departures.
 
 Writes <work>/<precision>/{reference,layer}/*.out and prints the comparison
 table. Exit status 1 when the layer falls behind anywhere, or when a program
@@ -136,21 +141,37 @@ def compare(runs: list[Run], reference: dict[str, Outcome], layer: dict[str, Out
     return problems
 
 
+def wine_path(dirs: list[str]) -> str:
+    return ";".join("Z:" + str(Path(d).resolve()).replace("/", "\\") for d in dirs if d)
+
+
 def check(args: argparse.Namespace) -> int:
     runs = runs_for(args.precision)
     base = {k: v for k, v in os.environ.items() if k not in ("LD_LIBRARY_PATH", "LD_PRELOAD")}
     base["MKL_NUM_THREADS"] = "1"
-    reference_env = {**base, "LD_LIBRARY_PATH": args.reference_path}
-    layer_env = {**base, "LD_LIBRARY_PATH": str(args.dropin_dir.resolve())}
+    launch = {}
+    if args.wine_backend:
+        # The Windows builds of the programs that exist, under wine, their
+        # DLLs found through WINEPATH: the companions beside vorn.dll, then
+        # the computational library's DLL.
+        launch = {"launcher": ("wine",), "suffix": ".exe"}
+        runs = [r for r in runs if (args.programs_dir / f"{r.program}.exe").exists()]
+        reference_env = {**base, "WINEPATH": wine_path(args.reference_path.split(":"))}
+        layer_env = {**base, "WINEPATH": wine_path([str(args.dropin_dir), str(args.wine_backend)])}
+    else:
+        reference_env = {**base, "LD_LIBRARY_PATH": args.reference_path}
+        layer_env = {**base, "LD_LIBRARY_PATH": str(args.dropin_dir.resolve())}
     if args.preload:
         # The programs run in the work directory: preloads by absolute path.
         layer_env["LD_PRELOAD"] = ":".join(str(Path(p).resolve()) for p in args.preload.split(":") if p)
 
     work = args.work_dir / args.precision
-    reference = run_all(args.programs_dir, runs, reference_env, work / "reference")
-    layer = run_all(args.programs_dir, runs, layer_env, work / "layer", frozenset(KNOWN_HANGS), log_bindings=True)
-    problems = (compare(runs, reference, layer)
-                + check_bindings(work / "layer", args.dropin_dir.resolve(), args.programs_dir))
+    reference = run_all(args.programs_dir, runs, reference_env, work / "reference", **launch)
+    layer = run_all(args.programs_dir, runs, layer_env, work / "layer", frozenset(KNOWN_HANGS),
+                    log_bindings=not args.wine_backend, **launch)
+    problems = compare(runs, reference, layer)
+    if not args.wine_backend:
+        problems += check_bindings(work / "layer", args.dropin_dir.resolve(), args.programs_dir)
     for p in problems:
         print(f"PROBLEM: {p}")
     return 1 if problems else 0
@@ -164,6 +185,8 @@ def main() -> int:
     ap.add_argument("--work-dir", required=True, type=Path)
     ap.add_argument("--dropin-dir", required=True, type=Path)
     ap.add_argument("--preload", default="", help="colon-separated libraries preloaded into the layer's runs")
+    ap.add_argument("--wine-backend", type=Path, help="Windows programs under wine, over the mkl_intel_thread.dll "
+                    "in this directory; the other directories are searched by WINEPATH")
     return check(ap.parse_args())
 
 

@@ -38,7 +38,7 @@ def main() -> int:
         return 1
 
     generated = [r for r in routines if interfaces.supported(r)]
-    implemented = [r for r in routines if r in generated or r.name in overrides.hand_written()]
+    implemented = interfaces.implemented(routines)
     out = args.out
     out.mkdir(parents=True, exist_ok=True)
 

@@ -32,10 +32,15 @@ SERVICE_ENTRIES = (
 COMPUTATIONAL_LIBRARY_DLL = "mkl_intel_thread.dll"
 
 
+def imported_routines(routines: list[Routine]) -> list[Routine]:
+    """The routines whose own entry the interface functions call."""
+    return [r for r in routines if r.name not in overrides.SERVICE_BACKED]
+
+
 def import_definitions(routines: list[Routine]) -> str:
     """Module definition of the computational library's DLL, from which the
     build makes the import library: no MKL binary is needed to link."""
-    names = sorted({library_entry(r) for r in routines} | set(SERVICE_ENTRIES))
+    names = sorted({library_entry(r) for r in imported_routines(routines)} | set(SERVICE_ENTRIES))
     return "\n".join([f"LIBRARY {COMPUTATIONAL_LIBRARY_DLL}", "EXPORTS"] + [f"    {n}" for n in names]) + "\n"
 
 
@@ -54,6 +59,11 @@ def supported(r: Routine) -> bool:
     if r.is_blas:
         return r.group in ("B1", "B2", "B3", "B4")
     return not r.has_integer_arrays
+
+
+def implemented(routines: list[Routine]) -> list[Routine]:
+    """The routines the library exports: generated or written by hand."""
+    return [r for r in routines if supported(r) or r.name in overrides.hand_written()]
 
 
 def character_args(r: Routine) -> list[Arg]:

@@ -107,6 +107,12 @@ HAND_WRITTEN = {
     "lapack/row_interchanges_z.cpp": frozenset({"ZLASWP"}),
 }
 
+# Hand-written routines that the computational library's services carry out
+# (mkl_serv_lsame, mkl_serv_default_xerbla, mkl_serv_second/dsecnd): no
+# entry of their own is called, so none is imported.
+SERVICE_BACKED = frozenset({"LSAME", "XERBLA", "SECOND", "DSECND"})
+assert SERVICE_BACKED <= HAND_WRITTEN["frame/hooks.cpp"] | HAND_WRITTEN["frame/service.cpp"]
+
 # Export entries that bypass the interface function: the upper XERBLA
 # spelling jumps to its own function rather than through the lower one.
 UPPER_ENTRY_TARGET = {"XERBLA": "vorn_if_XERBLA"}

@@ -483,4 +483,17 @@ FAULTS = [
           'out += [f"    {n}={_stub(r, i)}" for n in names]',
           'out += [f"    {n}={_stub(r, i)}" for n in names if n != "VORN_instable_zhpgvx_"]',
           WINDOWS, windows_only=True),
+    # The bridge to the real computational library (a test back-end).
+    Fault("bridge-select-one-slot", "windows",
+          "the bridge keeps one SELECT for the process instead of one per thread",
+          "tools/bridge/runtime.c", "static __thread W select_slot;", "static W select_slot;",
+          r"^windows_plain_calls_bridge$", windows_only=True),
+    Fault("bridge-progress-into-windows-code", "windows",
+          "the bridge runs the Windows progress handler on the library's own threads too",
+          "tools/bridge/runtime.c", "const int library_thread = !bridge_windows_thread;",
+          "const int library_thread = 0;", r"^windows_library_threads_bridge$", windows_only=True),
+    Fault("bridge-report-skips-handler", "windows",
+          "a report raised by the library goes to its default handler, not the one the layer installed",
+          "tools/bridge/runtime.c", "  handler(name, position, length);",
+          "  mkl.default_xerbla(name, position, length);", r"^windows_plain_calls_bridge$", windows_only=True),
 ]

@@ -13,7 +13,7 @@ jobs=${VORN_STANDIN_JOBS:-2}
 export WINEPREFIX=${WINEPREFIX:-/tmp/wineprefix-standin} WINEDEBUG=${WINEDEBUG:--all}
 
 inputs=$( (cd "$here" && sha256sum build_programs.sh programs.py generate.py program_xerbla.c run_programs.sh
-           find "$lapack/SRC" "$lapack/BLAS" "$lapack/INSTALL" "$lapack/TESTING/LIN" "$lapack/TESTING/MATGEN" \
+           find "$lapack/SRC" "$lapack/BLAS" "$lapack/INSTALL" "$lapack/TESTING/LIN" "$lapack/TESTING/EIG" "$lapack/TESTING/MATGEN" \
              -type f -printf '%P %s\n' | sort
            x86_64-w64-mingw32-gfortran --version | head -1) | sha256sum | cut -d' ' -f1)
 if [ -f "$prefix/.stamp" ] && [ "$(cat "$prefix/.stamp")" = "$inputs" ]; then
@@ -31,7 +31,7 @@ built=$((SECONDS - start))
 
 rm -rf "$prefix" && mkdir -p "$prefix/bin" "$prefix/implib" "$prefix/reference"
 install -m 755 "$work"/bin/*.exe "$prefix/bin/"
-install -m 644 "$lapack"/BLAS/TESTING/*.in "$lapack/TESTING/dtest.in" "$prefix/bin/"
+install -m 644 "$lapack"/BLAS/TESTING/*.in "$lapack"/TESTING/*.in "$prefix/bin/"
 install -m 644 "$work"/implib/lib*.def "$work"/implib/lib*.dll.a "$prefix/implib/"
 install -m 644 "$work"/reference/lib*.dll "$prefix/reference/"
 install -m 755 "$here/run_programs.sh" "$prefix/"

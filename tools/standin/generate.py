@@ -212,8 +212,8 @@ def main() -> None:
     ]
     builds, objects = fortran_builds(sources.items(), "obj", modules)
     lines += builds
-    for c in ("services.c", "adapters.c", "mkl_only.c"):
-        lines.append(f"build obj/{c}.o: cc {here / c} | {here / 'standin.h'}")
+    for c in ("services.c", "recording.c", "adapters.c", "mkl_only.c"):
+        lines.append(f"build obj/{c}.o: cc {here / c} | {here / 'standin.h'} {here / 'recording.h'}")
         objects.append(f"obj/{c}.o")
     for g in ("entries.S", "entry_table.c"):
         lines.append(f"build obj/{g}.o: cc {g}")

@@ -3,8 +3,9 @@
 steps written as ninja files into OUT:
 
   objects  objects.ninja: the netlib BLAS programs (x?blat1/2/3 for s, d, c,
-           z), the double-precision LAPACK LIN program and its matrix
-           generators, default (32-bit) integers.
+           z), the LAPACK LIN programs of all four precisions, the
+           double-precision EIG program and the matrix generators, default
+           (32-bit) integers.
   link     after those are built: the names each program takes from outside
            itself (nm), split into libblas.dll and liblapack.dll name lists,
            import libraries made from them with dlltool, the programs linked
@@ -23,6 +24,13 @@ from generate import MODULES, close_over, fortran_builds, reference_files  # noq
 FC = "x86_64-w64-mingw32-gfortran"
 FFLAGS = "-O2 -frecursive"
 BLAS_PROGRAMS = [f"{p}blat{level}" for level in (1, 2, 3) for p in "sdcz"]
+# The LAPACK programs: the linear equation programs of every precision and
+# the double-precision eigenvalue program, from their Makefiles' lists.
+LAPACK_PROGRAMS = {
+    **{f"xlintst{p}": ("LIN", ["ALINTST", f"{p.upper()}LINTST", "SCLNTST" if p in "sc" else "DZLNTST"])
+       for p in "sdcz"},
+    "xeigtstd": ("EIG", ["DEIGTST", "DZIGTST", "AEIGTST"]),
+}
 # The run-time parts of the reference that live in INSTALL/.
 INSTALL = {"DLAMCH": "dlamch.f", "DLAMC3": "dlamch.f", "SLAMCH": "slamch.f", "SLAMC3": "slamch.f",
            "SECOND": "second_INT_CPU_TIME.f", "DSECND": "dsecnd_INT_CPU_TIME.f", "ILAVER": "ilaver.f"}
@@ -51,22 +59,27 @@ def make_variables(path: Path) -> dict[str, list[str]]:
 
 
 def objects(src: Path, out: Path) -> None:
-    lin = make_variables(src / "TESTING/LIN/Makefile")
     gen = make_variables(src / "TESTING/MATGEN/Makefile")
     lines = [f"rule fc\n  command = {FC} {FFLAGS} -c $in -o $out\n  description = FC $in\n",
              "rule ar\n  command = rm -f $out && x86_64-w64-mingw32-ar rcs $out $in\n"]
     for p in BLAS_PROGRAMS:
         lines.append(f"build obj/blas/{p}.o: fc {src}/BLAS/TESTING/{p}.f")
-    lin_objs = lin["ALINTST"] + lin["DLINTST"] + lin["DZLNTST"]
-    for o in dict.fromkeys(lin_objs):
-        f = src / "TESTING/LIN" / f"{o[:-2]}.f"
-        lines.append(f"build obj/lin/{o}: fc {f if f.exists() else f.with_suffix('.F')}")
-    gen_objs = list(dict.fromkeys(gen["DZATGEN"] + gen["DMATGEN"]))
+    built = set()
+    for program, (directory, variables) in LAPACK_PROGRAMS.items():
+        made = make_variables(src / "TESTING" / directory / "Makefile")
+        objs = list(dict.fromkeys(o for v in variables for o in made[v]))
+        for o in objs:
+            if (directory, o) not in built:
+                built.add((directory, o))
+                f = src / "TESTING" / directory / f"{o[:-2]}.f"
+                lines.append(f"build obj/{directory.lower()}/{o}: fc {f if f.exists() else f.with_suffix('.F')}")
+        (out / f"{program}.objects").write_text("\n".join(f"obj/{directory.lower()}/{o}" for o in objs) + "\n")
+    gen_objs = list(dict.fromkeys(o for v in ("SCATGEN", "SMATGEN", "CMATGEN", "DZATGEN", "DMATGEN", "ZMATGEN")
+                                  for o in gen[v]))
     for o in gen_objs:
         lines.append(f"build obj/matgen/{o}: fc {src}/TESTING/MATGEN/{o[:-2]}.f")
     lines.append("build libtmglib.a: ar " + " ".join(f"obj/matgen/{o}" for o in gen_objs))
     (out / "objects.ninja").write_text("\n".join(lines) + "\n")
-    (out / "xlintstd.objects").write_text("\n".join(f"obj/lin/{o}" for o in dict.fromkeys(lin_objs)) + "\n")
 
 
 def symbols(files: list[Path]) -> tuple[set[str], set[str]]:
@@ -87,7 +100,8 @@ def link(src: Path, out: Path) -> None:
     lapack_files = {n: f for n, f in reference_files(src).items() if not f.startswith("BLAS/")}
     lapack_files.update({n: f"INSTALL/{f}" for n, f in INSTALL.items()})
     programs = {p: [out / f"obj/blas/{p}.o"] for p in BLAS_PROGRAMS}
-    programs["xlintstd"] = [out / o for o in (out / "xlintstd.objects").read_text().split()] + [out / "libtmglib.a"]
+    for program in LAPACK_PROGRAMS:
+        programs[program] = [out / o for o in (out / f"{program}.objects").read_text().split()] + [out / "libtmglib.a"]
 
     wanted = {"blas": set(), "lapack": set()}
     exported = {}
@@ -123,7 +137,9 @@ def link(src: Path, out: Path) -> None:
         # run-time libraries'.
         f"rule dll\n  command = {FC} -shared -static -o $out $in $libs -Wl,--export-all-symbols "
         "-Wl,--exclude-libs,ALL -Wl,--out-implib,$out.a -Wl,--no-undefined\n  description = LINK $out\n",
-        f"rule exe\n  command = {FC} -static -o $out $in $defs\n  description = LINK $out\n",
+        # The EIG program's checks keep large arrays on the stack (-frecursive):
+        # the 8 MiB a Linux process has, not Windows' default 2 MiB.
+        f"rule exe\n  command = {FC} -static -Wl,--stack,8388608 -o $out $in $defs\n  description = LINK $out\n",
     ]
     for lib in wanted:
         lines.append(f"build implib/lib{lib}.dll.a: implib implib/lib{lib}.def")

@@ -1,16 +1,19 @@
 #!/usr/bin/env bash
-# Runs the LP64 reference test programs (x?blat1/2/3, xlintstd) under wine
-# with libblas.dll and liblapack.dll taken from DLL_DIR, in RUN_DIR, and
-# prints one line per program: exit status, passes, failures, time.
-# Exits non-zero when any program fails or reports a failure.
-#   run_programs.sh DLL_DIR RUN_DIR [PROGRAMS_DIR]
+# Runs the LP64 reference test programs (x?blat1/2/3, and with "all"
+# xlintstd) under wine with libblas.dll and liblapack.dll taken from
+# DLL_DIR, in RUN_DIR, and prints one line per program: exit status,
+# passes, failures, time. Exits non-zero when any program fails or reports
+# a failure.
+#   run_programs.sh DLL_DIR RUN_DIR [PROGRAMS_DIR] [blas|all]
 set -uo pipefail
 dlls=$(cd "$1" && pwd)
 run=$2
 programs=${3:-/opt/vorn/lp64-tests}
+which=${4:-all}
 export WINEPREFIX=${WINEPREFIX:-/tmp/wineprefix-standin} WINEDEBUG=${WINEDEBUG:--all}
-# wine searches PATH (extended by WINEPATH) after the exe's own directory.
-export WINEPATH="Z:${dlls//\//\\}"
+# wine searches PATH (extended by WINEPATH) after the exe's own directory;
+# a WINEPATH already set (the computational library's) is searched after.
+export WINEPATH="Z:${dlls//\//\\}${WINEPATH:+;$WINEPATH}"
 mkdir -p "$run" && cd "$run" || exit 1
 bad=0
 
@@ -40,6 +43,7 @@ for level in 2 3; do
     report "${p}blat${level}" $status "$passed" "$failed" $((SECONDS - start))
   done
 done
+[ "$which" = all ] || exit $bad
 start=$SECONDS
 wine "$programs/bin/xlintstd.exe" < "$programs/bin/dtest.in" > dtest.out 2>&1; status=$?
 if grep -q 'End of tests' dtest.out; then

@@ -10,6 +10,10 @@
 extern "C" {
 #endif
 
+/* The Windows calling convention, also where a winelib build defaults to
+   the host's. */
+#define STANDIN_API __cdecl
+
 enum standin_event_kind {
   STANDIN_ALLOCATE = 1,       /* mkl_serv_allocate succeeded */
   STANDIN_DEALLOCATE,         /* mkl_serv_deallocate */
@@ -38,34 +42,40 @@ typedef struct standin_event {
 
 /* Clears the log, the entry counters, the live count and any refusal. The
    installed handlers stay. */
-void standin_reset(void);
+void STANDIN_API standin_reset(void);
 
 /* Events recorded since the last reset (the log keeps the first 65536). */
-int standin_event_count(void);
+int STANDIN_API standin_event_count(void);
 /* Copies event i (0-based); returns 0 when there is no such event. */
-int standin_event_get(int i, standin_event* out);
+int STANDIN_API standin_event_get(int i, standin_event* out);
 
 /* Calls of the computational entries (mkl_blas_*, mkl_lapack_*,
    mkl_lapack_ps_*, mkl_spblas_*) since the last reset, all together or of
    one entry by its exported name (-1 for a name not exported). */
-long long standin_entry_calls(void);
-long long standin_entry_calls_of(const char* entry);
+long long STANDIN_API standin_entry_calls(void);
+long long STANDIN_API standin_entry_calls_of(const char* entry);
 
 /* Makes the k-th allocation from now on (k >= 1, counting mkl_serv_allocate
    and mkl_serv_malloc) return NULL, once; k = 0 cancels. */
-void standin_refuse_allocation(int k);
+void STANDIN_API standin_refuse_allocation(int k);
 /* While on, every allocation returns NULL. */
-void standin_refuse_all_allocations(int on);
+void STANDIN_API standin_refuse_all_allocations(int on);
 /* Successful allocations minus deallocations of non-NULL blocks. */
-long long standin_live_allocations(void);
+long long STANDIN_API standin_live_allocations(void);
 
 /* Also called, outside the lock, for every mkl_serv_default_xerbla call
    (NULL removes it). The name is not NUL-terminated. */
-typedef void (*standin_report_fn)(const char* name, long long position, long long length, void* context);
-void standin_set_report_callback(standin_report_fn callback, void* context);
+typedef void(STANDIN_API* standin_report_fn)(const char* name, long long position, long long length, void* context);
+void STANDIN_API standin_set_report_callback(standin_report_fn callback, void* context);
 
 /* Whether mkl_serv_default_xerbla prints its line to stdout (on by default). */
-void standin_set_printing(int on);
+void STANDIN_API standin_set_printing(int on);
+
+/* The bridge to the real library only (the reference never calls it): calls
+   of the installed progress handler made on threads that entered through
+   the bridge (0), and on the library's own threads (1), which the bridge
+   answers with the library's default handler instead of Windows code. */
+long long STANDIN_API standin_progress_calls(int on_library_threads);
 
 #ifdef __cplusplus
 }

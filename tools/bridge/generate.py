@@ -1,0 +1,117 @@
+#!/usr/bin/env python3
+"""Writes the generated half of the bridge, a winelib mkl_intel_thread.dll
+that hands each Windows call to the same entry of the Linux computational
+library, into OUT:
+
+  entries.c                 one Windows-ABI forwarder per entry vorn.dll
+                            imports, with the entry's arity, counting its
+                            calls; the 16 sorting drivers swap their
+                            SELECT/SELCTG for a thunk (runtime.c)
+  mkl_intel_thread.spec     the export table: those forwarders, the
+                            services of runtime.c, the recording interface
+
+The entries, their arguments and results come from the layer's own
+generator, so the bridge exports exactly what the layer calls."""
+import argparse
+import re
+import sys
+from pathlib import Path
+
+here = Path(__file__).resolve().parent
+repo = here.parent.parent
+sys.path.insert(0, str(repo / "tools" / "codegen"))
+import catalogue  # noqa: E402
+import interfaces  # noqa: E402
+from header import HAND_PROTOTYPES  # noqa: E402
+from outputs import write_if_changed  # noqa: E402
+
+# Every argument is a pointer or an integer, so an entry's arguments cross
+# the two conventions as register-wide integers, position by position; the
+# result class decides the return register.
+RESULT = {"sub": "void", "c": "void", "z": "void", "i": "long long", "l": "long long", "s": "float",
+          "d": "double"}
+PROTOTYPE_RESULT = {"void": "void", "int": "long long", "float": "float", "double": "double"}
+# The CSR products take 32-bit integers and are not catalogued routines.
+SPARSE_ENTRIES = {"mkl_spblas_lp64_mkl_dcsrmultcsr": 17, "mkl_spblas_lp64_mkl_zcsrmultcsr": 17}
+# Arguments of SELECT (GEES, GEESX) and SELCTG (GGES, GGESX): the eigenvalue's
+# parts, real and imaginary apart in the real routines.
+CALLBACK_ARITY = {("GEES", False): 2, ("GEES", True): 1, ("GGES", False): 3, ("GGES", True): 2}
+# Written by hand in runtime.c, around the computational library's own.
+SERVICES = [e for e in interfaces.SERVICE_ENTRIES if e.startswith("mkl_serv_")]
+RECORDING = """standin_reset standin_event_count standin_event_get standin_entry_calls standin_entry_calls_of
+    standin_refuse_allocation standin_refuse_all_allocations standin_live_allocations
+    standin_set_report_callback standin_set_printing standin_progress_calls""".split()
+
+
+def shape(r: catalogue.Routine) -> tuple[str, int]:
+    """Result type and arity of the routine's entry as the layer calls it."""
+    if r.name in HAND_PROTOTYPES:
+        m = re.fullmatch(r"(\w+) \{n\}\((.*)\)", HAND_PROTOTYPES[r.name])
+        params = [p for p in m.group(2).split(",") if p.strip() not in ("", "void")]
+        return PROTOTYPE_RESULT[m.group(1)], len(params)
+    return RESULT[r.result], len(r.args) + len(interfaces.character_args(r))
+
+
+def callback(r: catalogue.Routine) -> tuple[int, int] | None:
+    """(0-based position, arity) of the routine's selection callback."""
+    position = next((i for i, a in enumerate(r.args) if a.base == "fn"), None)
+    if position is None:
+        return None
+    family = "GGES" if "GGES" in r.name else "GEES"
+    return position, CALLBACK_ARITY[(family, r.name[0] in "CZ")]
+
+
+def forwarder(index: int, entry: str, result: str, arity: int, select: tuple[int, int] | None) -> str:
+    params = ", ".join(f"W a{i}" for i in range(arity)) or "void"
+    args = [f"a{i}" for i in range(arity)]
+    fn = f"(({result} (*)({', '.join(['W'] * arity) or 'void'}))bridge_target[{index}])"
+    ret = "" if result == "void" else "return "
+    lines = [f"{result} __cdecl bridge_{entry}({params}) {{", f"  bridge_enter({index});"]
+    if select is None:
+        lines.append(f"  {ret}{fn}({', '.join(args)});")
+    else:
+        # The caller's callback is called back through a thunk of ours; the
+        # slot is restored for a call made from inside the callback.
+        position, callback_arity = select
+        args[position] = f"a{position} ? (W)bridge_select_thunk[{callback_arity}] : 0"
+        lines += [f"  const W outer = bridge_select_swap(a{position});",
+                  f"  {'' if result == 'void' else result + ' r = '}{fn}({', '.join(args)});",
+                  "  bridge_select_swap(outer);"]
+        if result != "void":
+            lines.append("  return r;")
+    return "\n".join(lines + ["}"])
+
+
+def main() -> int:
+    ap = argparse.ArgumentParser()
+    ap.add_argument("--catalogue", required=True, type=Path)
+    ap.add_argument("--out", required=True, type=Path)
+    args = ap.parse_args()
+    routines = interfaces.implemented(catalogue.load(args.catalogue))
+    entries = [(interfaces.library_entry(r), *shape(r), callback(r))
+               for r in interfaces.imported_routines(routines)]
+    entries += [(name, "void", arity, None) for name, arity in SPARSE_ENTRIES.items()]
+    entries.sort()
+    names = [e[0] for e in entries]
+    assert len(set(names)) == len(names), "an entry is listed twice"
+
+    c = ["/* Generated by tools/bridge/generate.py; do not edit. */", '#include "bridge.h"', "",
+         f"const int standin_entry_name_count = {len(entries)};",
+         "const char* const standin_entry_names[] = {"]
+    c += [f'  "{n}",' for n in names]
+    c += ["};", f"volatile long long standin_entry_hits[{len(entries)}];",
+          f"void* bridge_target[{len(entries)}];", ""]
+    c += [forwarder(i, *e) + "\n" for i, e in enumerate(entries)]
+    out = args.out
+    out.mkdir(parents=True, exist_ok=True)
+    write_if_changed(out / "entries.c", "\n".join(c))
+    spec = [f"@ cdecl -norelay {n}() bridge_{n}" for n in names]
+    spec += [f"@ cdecl -norelay {n}() bridge_{n}" for n in SERVICES]
+    spec += [f"@ cdecl -norelay {n}()" for n in RECORDING]
+    write_if_changed(out / "mkl_intel_thread.spec", "\n".join(spec) + "\n")
+    print(f"bridge: {len(entries)} entries, {sum(e[3] is not None for e in entries)} with a callback")
+    return 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())

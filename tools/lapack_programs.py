@@ -1,5 +1,5 @@
 """Runs the reference LAPACK test programs (Debian's liblapack-test) on
-their own inputs with the error-exit tests switched off, and reads the
+their own inputs, the error-exit tests switched off unless asked for, and reads the
 summary line each prints per test path ("DGE", "DGS drivers", ...). Shared
 by the LAPACK suite (tests/lapack_suite) and tools/lapack_attribute.py.
 """
@@ -18,6 +18,7 @@ HANG_LIMIT = 30  # seconds, for a run known not to finish
 class Run:
     program: str
     input: str
+    error_exits: bool = False  # run the program's tests of the error exits too
 
     @property
     def label(self) -> str:
@@ -44,7 +45,7 @@ FAILED = re.compile(r"^\s*(.+?):?\s+(\d+) out of\s+(\d+) tests failed", re.M)
 PASSED = re.compile(r"All tests for (.+?)\s+passed the threshold \(\s*(\d+) tests run\)", re.M)
 # Lines that mean something went wrong outside the threshold tests.
 TROUBLE = re.compile(r"^.*(?:XERBLA was called|Illegal|illegal|returned INFO|INFO\s*=|\*\*\* Error code"
-                     r"|MKL ERROR|Sanitizer|runtime error|Segmentation).*$", re.M)
+                     r"|MKL ERROR|Sanitizer|runtime error|Segmentation|failed the tests of the error exits).*$", re.M)
 
 
 def path_key(text: str) -> str:
@@ -86,7 +87,8 @@ def run_all(programs: Path, runs: list[Run], env: dict[str, str], work: Path,
         if log_bindings and index == 0:
             run_env = {**env, "LD_DEBUG": "bindings", "LD_DEBUG_OUTPUT": str(work / "bindings")}
         source = programs / run.input
-        (work / run.input).write_text(without_error_exits(source.read_text()))
+        text = source.read_text()
+        (work / run.input).write_text(text if run.error_exits else without_error_exits(text))
         try:
             with open(work / run.input) as stdin:
                 p = subprocess.run([*launcher, str(programs / (run.program + suffix))], stdin=stdin, cwd=work,

@@ -3,6 +3,7 @@
    through which the library calls the caller's Windows-ABI handlers and
    callbacks. */
 #include <dlfcn.h>
+#include <pthread.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -33,36 +34,97 @@ static struct {
 
 static windows_xerbla installed_xerbla;
 static windows_progress installed_progress;
-static long long progress_calls[2];
+/* Progress calls made on a Windows thread, relayed from one of the
+   library's, and handler calls that ran on one of the library's threads
+   (seen by the default progress service, which the layer's handler calls). */
+static long long progress_calls[3];
 
 /* ---- callbacks from the library ---- */
 
+/* The library reports errors and progress from its own OpenMP threads too
+   (?ORMLQ and ?ORMRQ check their arguments there). Those threads were made
+   by the OpenMP runtime, not by wine: they carry their creator's thread
+   block, so Windows code run on them would act as another thread. Their
+   calls are carried out on a Windows thread of the bridge's own, the relay,
+   while the library's thread waits: the caller's handlers see every call,
+   as they do on Linux. */
+typedef struct {
+  int kind; /* 0: a report, 1: progress */
+  W args[4];
+  W result;
+} handler_call;
+
+static pthread_mutex_t relay_queue = PTHREAD_MUTEX_INITIALIZER; /* one call at a time */
+static pthread_mutex_t relay_lock = PTHREAD_MUTEX_INITIALIZER;
+static pthread_cond_t relay_wake = PTHREAD_COND_INITIALIZER;
+static handler_call* relay_pending;
+static int relay_done;
+
+static void call_handler(handler_call* c) {
+  if (c->kind == 1) {
+    c->result = __atomic_load_n(&installed_progress, __ATOMIC_ACQUIRE)(c->args[0], c->args[1], c->args[2], c->args[3]);
+    return;
+  }
+  const char* name = (const char*)c->args[0];
+  const void* position = (const void*)c->args[1];
+  recording_event(STANDIN_LIBRARY_REPORT, __builtin_return_address(0), 0, 0, NULL, name,
+                  position ? *(const long long*)position : 0, c->args[2]);
+  __atomic_load_n(&installed_xerbla, __ATOMIC_ACQUIRE)(name, position, c->args[2]);
+}
+
+static DWORD WINAPI relay(void* unused) {
+  (void)unused;
+  bridge_windows_thread = 1;
+  pthread_mutex_lock(&relay_lock);
+  for (;;) {
+    while (relay_pending == NULL) pthread_cond_wait(&relay_wake, &relay_lock);
+    handler_call* c = relay_pending;
+    pthread_mutex_unlock(&relay_lock);
+    call_handler(c);
+    pthread_mutex_lock(&relay_lock);
+    relay_pending = NULL;
+    relay_done = 1;
+    pthread_cond_broadcast(&relay_wake);
+  }
+  return 0;
+}
+
+/* On a Windows thread, at once; on one of the library's, through the relay. */
+static void on_windows_thread(handler_call* c) {
+  if (bridge_windows_thread) {
+    call_handler(c);
+    return;
+  }
+  pthread_mutex_lock(&relay_queue);
+  pthread_mutex_lock(&relay_lock);
+  relay_pending = c;
+  relay_done = 0;
+  pthread_cond_broadcast(&relay_wake);
+  while (!relay_done) pthread_cond_wait(&relay_wake, &relay_lock);
+  pthread_mutex_unlock(&relay_lock);
+  pthread_mutex_unlock(&relay_queue);
+}
+
 static void xerbla_thunk(const char* name, const void* position, W length) {
-  windows_xerbla handler = __atomic_load_n(&installed_xerbla, __ATOMIC_ACQUIRE);
-  if (!bridge_windows_thread || handler == NULL) {
+  if (__atomic_load_n(&installed_xerbla, __ATOMIC_ACQUIRE) == NULL) {
     mkl.default_xerbla(name, position, length);
     return;
   }
-  recording_event(STANDIN_LIBRARY_REPORT, __builtin_return_address(0), 0, 0, NULL, name,
-                  position ? *(const long long*)position : 0, length);
-  handler(name, position, length);
+  handler_call c = {0, {(W)name, (W)position, length, 0}, 0};
+  on_windows_thread(&c);
 }
 
-/* The library reports progress from its own threads too. Those threads
-   were made by the OpenMP runtime, not by wine: they share their creator's
-   thread block, so Windows code run there would find another thread's
-   state. They get the library's default answer (go on), which is all the
-   layer's handler gives, and are counted. */
 static W progress_thunk(W thread, W step, W stage, W length) {
-  windows_progress handler = __atomic_load_n(&installed_progress, __ATOMIC_ACQUIRE);
-  const int library_thread = !bridge_windows_thread;
-  __atomic_add_fetch(&progress_calls[library_thread], 1, __ATOMIC_RELAXED);
-  if (library_thread || handler == NULL) return mkl.default_progress(thread, step, stage, length);
-  return handler(thread, step, stage, length);
+  if (__atomic_load_n(&installed_progress, __ATOMIC_ACQUIRE) == NULL)
+    return mkl.default_progress(thread, step, stage, length);
+  __atomic_add_fetch(&progress_calls[!bridge_windows_thread], 1, __ATOMIC_RELAXED);
+  handler_call c = {1, {thread, step, stage, length}, 0};
+  on_windows_thread(&c);
+  return c.result;
 }
 
-long long __cdecl standin_progress_calls(int on_library_threads) {
-  return __atomic_load_n(&progress_calls[on_library_threads != 0], __ATOMIC_RELAXED);
+long long __cdecl standin_progress_calls(int which) {
+  return which >= 0 && which < 3 ? __atomic_load_n(&progress_calls[which], __ATOMIC_RELAXED) : -1;
 }
 
 W bridge_select_swap(W select) {
@@ -108,6 +170,7 @@ void __cdecl bridge_mkl_serv_default_xerbla(const char* name, const void* positi
 }
 
 W __cdecl bridge_mkl_serv_default_progress(W thread, W step, W stage, W length) {
+  __atomic_add_fetch(&progress_calls[2], !bridge_windows_thread, __ATOMIC_RELAXED);
   return mkl.default_progress(thread, step, stage, length);
 }
 
@@ -173,5 +236,10 @@ static int load(void) {
 
 BOOL WINAPI DllMain(HINSTANCE instance, DWORD reason, LPVOID reserved) {
   (void)instance, (void)reserved;
-  return reason != DLL_PROCESS_ATTACH || load();
+  if (reason != DLL_PROCESS_ATTACH) return TRUE;
+  // The relay starts running once the loader is done; nothing waits on it before.
+  HANDLE thread = CreateThread(NULL, 0, relay, NULL, 0, NULL);
+  if (thread == NULL) return fail("relay thread", "CreateThread failed");
+  CloseHandle(thread);
+  return load();
 }

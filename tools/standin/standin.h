@@ -71,11 +71,11 @@ void STANDIN_API standin_set_report_callback(standin_report_fn callback, void* c
 /* Whether mkl_serv_default_xerbla prints its line to stdout (on by default). */
 void STANDIN_API standin_set_printing(int on);
 
-/* The bridge to the real library only (the reference never calls it): calls
-   of the installed progress handler made on threads that entered through
-   the bridge (0), and on the library's own threads (1), which the bridge
-   answers with the library's default handler instead of Windows code. */
-long long STANDIN_API standin_progress_calls(int on_library_threads);
+/* The bridge to the real library only (the reference never calls it):
+   calls of the installed progress handler made on a Windows thread (0),
+   made on the library's own threads and relayed to a Windows thread (1),
+   and calls from the handler that ran on the library's own threads (2). */
+long long STANDIN_API standin_progress_calls(int which);
 
 #ifdef __cplusplus
 }

@@ -61,6 +61,7 @@ HOSTS = r"^host_|^package_deb$"
 LAPACK_SUITE_D = r"^lapack_suite_d$"
 CATALOGUE = r"^catalogue_"
 WINDOWS = r"^windows_"
+WINDOWS_PACKAGE = r"^windows_package_"
 
 # Everything a fault in the frame every routine goes through can reach,
 # short of the slowest programs.
@@ -483,4 +484,28 @@ FAULTS = [
           'out += [f"    {n}={_stub(r, i)}" for n in names]',
           'out += [f"    {n}={_stub(r, i)}" for n in names if n != "VORN_instable_zhpgvx_"]',
           WINDOWS, windows_only=True),
+    Fault("windows-implib-plain-only", "windows",
+          "vorn.lib is made from the plain family's module definition, without the C++ entries",
+          "cmake/Typed.cmake",
+          "/def:${VORN_MODULE_DEFINITION}",
+          "/def:${VORN_GEN_DIR}/exports.def",
+          WINDOWS_PACKAGE, windows_only=True),
+    Fault("windows-archive-without-def", "windows",
+          "the archive leaves out lib/vorn.def",
+          "cmake/Install.cmake",
+          "  install(FILES ${VORN_MODULE_DEFINITION} DESTINATION ${CMAKE_INSTALL_LIBDIR})",
+          "",
+          WINDOWS_PACKAGE, windows_only=True),
+    Fault("windows-header-unprototyped", "windows",
+          "the C header declares SECOND without a prototype, which C99 callers are warned of",
+          "tools/codegen/header.py",
+          '"SECOND": "float {n}(void)"',
+          '"SECOND": "float {n}()"',
+          WINDOWS_PACKAGE, windows_only=True),
+    Fault("windows-cblas-reports-unclaimed", "windows",
+          "libblas.dll's report route does not offer reports to its CBLAS entries",
+          "dropin/CMakeLists.txt",
+          "  target_compile_definitions(vorn_blas_dropin PRIVATE VORN_DROPIN_CBLAS_REPORTS)",
+          "",
+          WINDOWS_PACKAGE, windows_only=True),
 ]

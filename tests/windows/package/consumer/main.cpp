@@ -19,18 +19,16 @@ int main() {
     if (!ok) std::printf("FAIL: %s\n", what), ++failed;
   };
   const int n = 3;
-  const double spd[n * n] = {4, 12, -16, 12, 37, -43, -16, -43, 98};
-  auto* typed = static_cast<double*>(msvc_alloc(64, sizeof spd));
+  double plain[n * n] = {4, 12, -16, 12, 37, -43, -16, -43, 98};
+  auto* typed = static_cast<double*>(msvc_alloc(64, sizeof plain));
   check(typed != nullptr && reinterpret_cast<unsigned long long>(typed) % 64 == 0, "an aligned block");
-  double plain[n * n];
-  std::memcpy(typed, spd, sizeof spd);
-  std::memcpy(plain, spd, sizeof spd);
+  std::memcpy(typed, plain, sizeof plain);
   int typed_info = -1, plain_info = -1;
   msvc_dpotrf('U', n, Kessnar::AlignedPtr<double>{typed}, n, typed_info);
   VORN_instable_dpotrf_("U", &n, plain, &n, &plain_info);
   // The Cholesky factor of this matrix has the diagonal 2, 1, 3.
   check(typed_info == 0 && plain_info == 0 && plain[0] == 2 && plain[4] == 1 && plain[8] == 3, "DPOTRF");
-  check(std::memcmp(typed, plain, sizeof spd) == 0, "typed and plain DPOTRF agree");
+  check(std::memcmp(typed, plain, sizeof plain) == 0, "typed and plain DPOTRF agree");
   msvc_free(typed);
   bool caught = false;
   try {

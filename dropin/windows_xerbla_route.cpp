@@ -6,10 +6,16 @@
 // layer and by the computational library alike go to the program's xerbla_,
 // with the routine's name and a 32-bit position, as the reference library
 // calls it. Without a program XERBLA the default handler reports as before.
+// libblas.dll's route first offers each report to its CBLAS entries, which
+// take it while one of them is in its call on this thread.
 #include <windows.h>
 
 #include <cstddef>
 #include <cstring>
+
+#ifdef VORN_DROPIN_CBLAS_REPORTS
+extern "C" bool vorn_cblas_take_report(int fortran_position);
+#endif
 
 namespace {
 
@@ -18,8 +24,17 @@ using Handler = void (*)(const char*, const void*, int);
 
 Handler library_handler = nullptr;
 ProgramXerbla program_xerbla = nullptr;
+// The other companion's route, when that one was loaded first.
+Handler next = nullptr;
 
 void route(const char* name, const void* position, int length) {
+#ifdef VORN_DROPIN_CBLAS_REPORTS
+  if (vorn_cblas_take_report(static_cast<int>(*static_cast<const long long*>(position)))) return;
+#endif
+  if (next != nullptr) {
+    next(name, position, length);
+    return;
+  }
   if (program_xerbla == nullptr) {
     library_handler(name, position, length);
     return;
@@ -56,20 +71,20 @@ extern "C" BOOL WINAPI DllMain(HINSTANCE instance, DWORD reason, LPVOID) {
   DisableThreadLibraryCalls(instance);
   HMODULE layer = GetModuleHandleA("vorn.dll");
   void** slot = layer != nullptr ? import_slot(layer, "mkl_intel_thread.dll", "mkl_serv_default_xerbla") : nullptr;
-  // Both companions carry this; the first one loaded redirects, the other
-  // finds the slot no longer pointing into the computational library.
+  // Both companions carry this; the second one loaded finds the first's
+  // route in the slot and passes on to it what it does not take.
   HMODULE owner = nullptr;
   const DWORD flags = GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT;
-  if (slot == nullptr || !GetModuleHandleExA(flags, static_cast<LPCSTR>(*slot), &owner) ||
-      owner != GetModuleHandleA("mkl_intel_thread.dll"))
+  if (slot == nullptr || !GetModuleHandleExA(flags, static_cast<LPCSTR>(*slot), &owner) || owner == instance)
     return TRUE;
   Handler current = reinterpret_cast<Handler>(*slot);
-  if (GetModuleHandleA(nullptr) != nullptr)
+  const bool first = owner == GetModuleHandleA("mkl_intel_thread.dll");
+  if (first && GetModuleHandleA(nullptr) != nullptr)
     program_xerbla = reinterpret_cast<ProgramXerbla>(
         reinterpret_cast<void*>(GetProcAddress(GetModuleHandleA(nullptr), "xerbla_")));
   DWORD old = 0;
   if (!VirtualProtect(slot, sizeof *slot, PAGE_READWRITE, &old)) return TRUE;
-  library_handler = current;
+  (first ? library_handler : next) = current;
   *slot = reinterpret_cast<void*>(&route);
   VirtualProtect(slot, sizeof *slot, old, &old);
   return TRUE;

@@ -71,8 +71,8 @@ def load(args, path, libpath):
     cmd = [args.python, "-c", PYTHON_LOADER, path] if python else [args.loader, path]
     env = {**os.environ, "LD_LIBRARY_PATH": libpath, "LD_BIND_NOW": "1", "MKL_NUM_THREADS": "1"}
     done = subprocess.run(cmd, env=env, capture_output=True, text=True, timeout=120)
-    last = (done.stdout.strip().splitlines() or [""])[-1]
-    return done.returncode == 0, last or done.stderr.strip()[-300:] or f"exit code {done.returncode}"
+    last = (done.stdout.strip().splitlines() or done.stderr.strip().splitlines() or [""])[-1]
+    return done.returncode == 0, last or f"exit code {done.returncode}"
 
 
 def main():

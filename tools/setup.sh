@@ -15,20 +15,26 @@ esac
 
 src=/etc/apt/sources.list.d/debian.sources
 changed=0
+# MKL lives in non-free; the reference LAPACK sources, which only the tests
+# need, come from deb-src.
 if [ -f "$src" ]; then
-  # MKL lives in non-free; the reference LAPACK sources come from deb-src.
   if ! grep -q 'non-free' "$src"; then
     sed -i 's/^Components: main.*/Components: main contrib non-free non-free-firmware/' "$src"
     changed=1
   fi
-  if ! grep -q '^Types:.*deb-src' "$src"; then
+  if [ "$tests" = 1 ] && ! grep -q '^Types:.*deb-src' "$src"; then
     sed -i 's/^Types: deb$/Types: deb deb-src/' "$src"
     changed=1
   fi
-elif [ -f /etc/apt/sources.list ] && ! grep -q 'non-free' /etc/apt/sources.list; then
-  sed -i -E 's/^(deb(-src)? .* main)$/\1 contrib non-free non-free-firmware/' /etc/apt/sources.list
-  grep -q '^deb-src' /etc/apt/sources.list || sed -n 's/^deb /deb-src /p' /etc/apt/sources.list >> /etc/apt/sources.list
-  changed=1
+elif [ -f /etc/apt/sources.list ]; then
+  if ! grep -q 'non-free' /etc/apt/sources.list; then
+    sed -i -E 's/^(deb(-src)? .* main)$/\1 contrib non-free non-free-firmware/' /etc/apt/sources.list
+    changed=1
+  fi
+  if [ "$tests" = 1 ] && ! grep -q '^deb-src' /etc/apt/sources.list; then
+    sed -n 's/^deb /deb-src /p' /etc/apt/sources.list >> /etc/apt/sources.list
+    changed=1
+  fi
 fi
 
 # The library and its example.

@@ -50,7 +50,8 @@ def main():
     p.add_argument("--out", default=str(Path(__file__).parent / "results" / "threads.md"))
     a = p.parse_args()
     rows = [("companions", a.dropin, {}), ("companions, OMP_WAIT_POLICY=passive", a.dropin,
-            {"OMP_WAIT_POLICY": "passive"}), ("reference", REFERENCE, {}), ("OpenBLAS", OPENBLAS, {})]
+            {"OMP_WAIT_POLICY": "passive"}), ("companions, GOMP_SPINCOUNT=10000", a.dropin, {"GOMP_SPINCOUNT": "10000"}),
+            ("reference", REFERENCE, {}), ("OpenBLAS", OPENBLAS, {})]
     cores = os.cpu_count()
     table, before = {}, open("/proc/loadavg").read().split()[0]
     for busy in (False, True):

@@ -74,7 +74,7 @@ done
 selected="$work/selected:$root/usr/lib"
 python3 "$hosts/host_run.py" scipy --path "$selected" --dropin "$root/usr/lib/vorn" \
   --layer "$root/usr/lib/libvorn.so.1" --reference "${reference##*:}/liblapack.so.3" >/dev/null || fail "scipy through the alternatives"
-python3 "$hosts/closure.py" --loader "$loader" --pair "reference=$reference" --pair "alternatives=$selected" ||
+python3 "$hosts/closure.py" "$loader" "reference=$reference" "alternatives=$selected" ||
   fail "a consumer does not load through the alternatives"
 
 alt "$work/control/prerm" upgrade

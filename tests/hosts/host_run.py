@@ -1,7 +1,8 @@
 """Real programs through the companion libraries, each by its documented
 recipe: R by R_LD_LIBRARY_PATH, Octave and scipy by LD_LIBRARY_PATH,
-ScaLAPACK's testers by mpirun -x LD_LIBRARY_PATH. Each run must map the companions and
-the layer, and no other BLAS or LAPACK, and give the host's own verdict."""
+ScaLAPACK's testers by mpirun -x LD_LIBRARY_PATH. Each run must map the
+companions and the layer, and no other BLAS or LAPACK, and give the host's
+own verdict."""
 import argparse
 import os
 import re

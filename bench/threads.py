@@ -7,8 +7,8 @@ passive wait policy, the recipe the top README gives for shared machines.
 
   bench/threads.py --dropin <build>/dropin/lib [--repeats 3] [--out bench/results/threads.md]
 
-The competing processes are this script's own children, each bounded by
-timeout(1) and ended after its measurement.
+The competing processes are this script's own children, each ending by
+itself after half an hour at the latest, and ended after the measurements.
 """
 import argparse
 import os
@@ -31,6 +31,8 @@ for dtype in (np.float64, np.float32) * 15:
     lobpcg(a.astype(dtype), x, largest=False, maxiter=40, tol=1e-5)
 print(time.perf_counter() - start)
 """
+# A competing process that ends by itself at the latest after half an hour.
+SPIN = "import time\nend = time.time() + 1800\nwhile time.time() < end: pass"
 REFERENCE = "/usr/lib/x86_64-linux-gnu/blas:/usr/lib/x86_64-linux-gnu/lapack"
 OPENBLAS = "/usr/lib/x86_64-linux-gnu/openblas-pthread"
 
@@ -55,8 +57,7 @@ def main():
     cores = os.cpu_count()
     table, before = {}, open("/proc/loadavg").read().split()[0]
     for busy in (False, True):
-        load = [subprocess.Popen(["timeout", "1800", "/usr/bin/python3", "-c", "while True: pass"])
-                for _ in range(cores if busy else 0)]
+        load = [subprocess.Popen(["/usr/bin/python3", "-c", SPIN]) for _ in range(cores if busy else 0)]
         try:
             time.sleep(1 if busy else 0)
             for name, path, extra in rows:

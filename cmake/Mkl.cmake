@@ -26,5 +26,13 @@ find_library(VORN_MKL_GNU_THREAD_LIB mkl_gnu_thread REQUIRED)
 find_library(VORN_MKL_CORE_LIB mkl_core REQUIRED)
 # By its run-time name: LLVM's tree has a libgomp.so that is libomp.
 find_library(VORN_GOMP_LIB NAMES libgomp.so.1 REQUIRED NO_CMAKE_PATH NO_CMAKE_ENVIRONMENT_PATH)
+# MKL's core and threading libraries call libm's functions without needing
+# libm, and the loader relocates objects that do not depend on each other in
+# the reverse of their load order. A program without libm that opens a
+# consumer privately gets libm through the consumer, loaded before MKL, so
+# MKL would be relocated first and bind libm's IFUNCs unrelocated (glibc:
+# "Relink libmkl_core.so with libm.so.6", then a crash). libmvec needs libm
+# and is loaded after MKL here, which moves libm's relocation ahead of MKL's.
+find_library(VORN_MVEC_LIB NAMES libmvec.so.1 REQUIRED NO_CMAKE_PATH NO_CMAKE_ENVIRONMENT_PATH)
 set_target_properties(vorn::mkl PROPERTIES
-  INTERFACE_LINK_LIBRARIES "${VORN_MKL_GNU_THREAD_LIB};${VORN_MKL_CORE_LIB};${VORN_GOMP_LIB};pthread;m;dl")
+  INTERFACE_LINK_LIBRARIES "${VORN_MKL_GNU_THREAD_LIB};${VORN_MKL_CORE_LIB};${VORN_GOMP_LIB};-Wl,--no-as-needed;${VORN_MVEC_LIB};pthread;m;dl")

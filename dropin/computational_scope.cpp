@@ -5,8 +5,10 @@
 // from there leaves them out of it, and the library stops the process on
 // its first computation ("Cannot load libmkl_def.so"). The companions put
 // the layer's computational libraries into the global scope when they are
-// loaded. These export only their own names and a few of the C library's,
-// which come after the C library's own there.
+// loaded, and libm, whose functions the kernels call without needing it
+// ("undefined symbol: cabs" under LD_BIND_NOW in a program without libm).
+// These export only their own names and a few of the C library's, which
+// come after the C library's own there; libm's are the standard ones.
 #include <dlfcn.h>
 #include <elf.h>
 #include <link.h>
@@ -27,9 +29,11 @@ __attribute__((constructor)) void computational_libraries_global() {
     }
   }
   for (const ElfW(Dyn)* d = map->l_ld; strings != nullptr && d->d_tag != DT_NULL; ++d) {
-    if (d->d_tag != DT_NEEDED || std::strncmp(strings + d->d_un.d_val, "libmkl_", 7) != 0) continue;
+    const char* name = strings + d->d_un.d_val;
+    // libm too: the kernels call its functions without needing it.
+    if (d->d_tag != DT_NEEDED || (std::strncmp(name, "libmkl_", 7) != 0 && std::strcmp(name, "libm.so.6") != 0)) continue;
     // Already loaded as libvorn's dependency: this only widens its scope.
-    if (void* library = dlopen(strings + d->d_un.d_val, RTLD_NOW | RTLD_NOLOAD | RTLD_GLOBAL)) dlclose(library);
+    if (void* library = dlopen(name, RTLD_NOW | RTLD_NOLOAD | RTLD_GLOBAL)) dlclose(library);
   }
   dlclose(layer);
 }

@@ -7,6 +7,9 @@ set -euo pipefail
 here=$(cd "$(dirname "$0")/.." && pwd)
 build=${VORN_BUILD_DIR:-$here/build}
 jobs=$(nproc)
+# Everything the tests need beyond the library's own build (skipped when
+# already there).
+bash "$here/tools/setup.sh" --tests
 
 run_suite() {
   local dir=$1; shift

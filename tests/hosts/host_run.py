@@ -1,7 +1,8 @@
 """Real programs through the companion libraries, each by its documented
-recipe: R by R_LD_LIBRARY_PATH, Octave by LD_LIBRARY_PATH, ScaLAPACK's
-testers by mpirun -x LD_LIBRARY_PATH. Each run must map the companions and
-the layer, and no other BLAS or LAPACK, and give the host's own verdict."""
+recipe: R by R_LD_LIBRARY_PATH, Octave and scipy by LD_LIBRARY_PATH,
+ScaLAPACK's testers by mpirun -x LD_LIBRARY_PATH. Each run must map the
+companions and the layer, and no other BLAS or LAPACK, and give the host's
+own verdict."""
 import argparse
 import os
 import re
@@ -51,6 +52,12 @@ def r_recipe(a):
     out = run(["Rscript", str(HERE / "r_recipe.R")],
               {"MKL_NUM_THREADS": "2", "R_LD_LIBRARY_PATH": f"{a.dropin}:{rhome}/lib"}, 300)
     check_mapped(out.split(), a.dropin, a.layer_dir, a.reference, "R")
+
+
+def scipy_linalg(a):
+    out = run(["/usr/bin/python3", str(HERE / "scipy_linalg.py")],
+              {"MKL_NUM_THREADS": "2", "LD_LIBRARY_PATH": a.path or a.dropin}, 300)
+    check_mapped(out.split(), a.dropin, a.layer_dir, a.reference, "scipy")
 
 
 # Tests whose expectations are one implementation's choices, not LAPACK's:
@@ -105,10 +112,11 @@ def scalapack(a):
 
 def main():
     p = argparse.ArgumentParser()
-    p.add_argument("host", choices=["r", "octave", "scalapack"])
+    p.add_argument("host", choices=["r", "octave", "scalapack", "scipy"])
     p.add_argument("--dropin", required=True, help="directory of the companion libraries")
     p.add_argument("--layer", required=True, help="the layer's shared library")
     p.add_argument("--reference", required=True, help="the reference LAPACK the companion opens")
+    p.add_argument("--path", help="LD_LIBRARY_PATH for scipy if not the companions' directory")
     p.add_argument("--octave-tests", help="Octave's installed corefcn test directory")
     p.add_argument("--tester", help="a ScaLAPACK tester")
     p.add_argument("--input", help="the tester's input file, beside it")
@@ -116,7 +124,7 @@ def main():
     a.dropin = os.path.realpath(a.dropin)
     a.layer_dir = os.path.dirname(os.path.realpath(a.layer))
     a.reference = os.path.realpath(a.reference)
-    {"r": r_recipe, "octave": octave_linalg, "scalapack": scalapack}[a.host](a)
+    {"r": r_recipe, "octave": octave_linalg, "scalapack": scalapack, "scipy": scipy_linalg}[a.host](a)
 
 
 if __name__ == "__main__":

@@ -2,10 +2,15 @@
 # Builds the Debian package, checks its contents and control fields, then
 # runs its maintainer scripts against a scratch root (update-alternatives
 # --root), so that the machine's own alternatives stay as they are, and
-# runs Octave on the unpacked libraries.
+# runs Octave, scipy and every installed consumer of libblas.so.3 and
+# liblapack.so.3 (hosts/closure.py) on the unpacked libraries as the
+# alternatives select them.
 set -euo pipefail
 build=$1
 arch=$2
+loader=$3      # hosts/closure.py's loader
+reference=$4   # the reference pair's directories
+hosts=$(cd "$(dirname "$0")/../hosts" && pwd)
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 
@@ -58,6 +63,19 @@ maps=$(LD_LIBRARY_PATH="$root/usr/lib/vorn:$root/usr/lib" MKL_NUM_THREADS=1 octa
 for f in "$root/usr/lib/vorn/libblas.so.3" "$root/usr/lib/vorn/liblapack.so.3" "$root/usr/lib/libvorn.so.1.0.0"; do
   grep -q "$f" <<<"$maps" || fail "Octave did not map $f"
 done
+
+# The libraries the scratch root's alternatives select, its absolute links
+# followed inside it.
+mkdir -p "$work/selected"
+for lib in libblas.so.3 liblapack.so.3; do
+  target=$(readlink "$root$(readlink "$root/usr/lib/$arch/$lib")")
+  ln -s "$root$target" "$work/selected/$lib"
+done
+selected="$work/selected:$root/usr/lib"
+python3 "$hosts/host_run.py" scipy --path "$selected" --dropin "$root/usr/lib/vorn" \
+  --layer "$root/usr/lib/libvorn.so.1" --reference "${reference##*:}/liblapack.so.3" >/dev/null || fail "scipy through the alternatives"
+python3 "$hosts/closure.py" "$loader" "reference=$reference" "alternatives=$selected" ||
+  fail "a consumer does not load through the alternatives"
 
 alt "$work/control/prerm" upgrade
 alt update-alternatives --query libblas.so.3-$arch >/dev/null || fail "upgrade withdrew the alternative"

@@ -58,6 +58,7 @@ DROPIN = r"^LapackDropin|^dropin_|^netlib_|^xerbla_"
 DROPIN_FAST = r"^LapackDropin|^dropin_exports$|^dropin_lapack_exports$|^dropin_departures_complete$|^netlib_|^xerbla_"
 NUMPY = r"^numpy_linalg$"
 HOSTS = r"^host_|^package_deb$"
+CLOSURE = r"^host_closure$|^host_scipy_linalg$"
 LAPACK_SUITE_D = r"^lapack_suite_d$"
 CATALOGUE = r"^catalogue_"
 WINDOWS = r"^windows_"
@@ -427,6 +428,24 @@ FAULTS = [
           any_of(GT_CSR, GT_TYPED, EXAMPLE)),
 
     # ------------------------------------------------------------ companions (dropin) and CBLAS
+    Fault("dropin-lapack-without-blas", "dropin",
+          "liblapack.so.3 no longer needs libblas.so.3 (scipy's _flapack misses the BLAS names)",
+          "dropin/CMakeLists.txt",
+          "  target_link_libraries(vorn_lapack_dropin PRIVATE vorn_blas_dropin)\n",
+          "",
+          CLOSURE),
+    Fault("dropin-libm-not-global", "dropin",
+          "the companions leave libm out of the global scope (MKL's kernels miss cabs under LD_BIND_NOW)",
+          "dropin/computational_scope.cpp",
+          '&& std::strcmp(name, "libm.so.6") != 0',
+          "",
+          CLOSURE),
+    Fault("mkl-libm-relocated-late", "frame",
+          "libvorn.so.1 no longer loads libmvec after MKL: libm is relocated after MKL in a program without it",
+          "cmake/Mkl.cmake",
+          "-Wl,--no-as-needed;${VORN_MVEC_LIB};",
+          "",
+          CLOSURE),
     Fault("dropin-trevc-not-routed", "dropin",
           "DTREVC forwarded to the layer instead of the reference (departure routed wrongly)",
           "tools/codegen/dropin_departures.py",

@@ -8,6 +8,7 @@
 #include <windows.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <cstring>
 #include <functional>
@@ -284,6 +285,33 @@ void scratch_refusal(const std::vector<Call>& calls) {
 
 }  // namespace
 
+// Over the bridge only: the stand-in runs the reference, which has no
+// threads and reports no progress. The real library on two OpenMP threads of
+// its own (the test sets MKL_NUM_THREADS=2) reports progress from them too:
+// every call must reach the layer's handler, none may run Windows code on a
+// thread wine does not know, and the factors must be the direct call's.
+void library_threads() {
+  const auto progress_calls = reinterpret_cast<long long(__cdecl*)(int)>(
+      GetProcAddress(GetModuleHandleA("mkl_intel_thread.dll"), "standin_progress_calls"));
+  if (progress_calls == nullptr) return;
+  const int n = 1500;
+  const i64 n64 = n;
+  auto a = numbers(static_cast<std::size_t>(n) * n, 7), direct = a;
+  std::vector<int> ipiv(n);
+  std::vector<i64> ipiv64(n);
+  int info = -1;
+  i64 info64 = -1;
+  VORN_instable_dgetrf(&n, &n, a.data(), &n, ipiv.data(), &info);
+  const long long caller = progress_calls(0), library = progress_calls(1), stray = progress_calls(2);
+  mkl_lapack_dgetrf(&n64, &n64, direct.data(), &n64, ipiv64.data(), &info64);
+  double largest = 0;
+  for (std::size_t i = 0; i < a.size(); ++i) largest = std::max(largest, std::abs(a[i] - direct[i]));
+  check(info == 0 && info64 == 0 && same(ipiv, ipiv64) && largest < 1e-9, "DGETRF on two threads");
+  check(caller > 0 && library > 0 && stray == 0,
+        "progress: " + std::to_string(caller) + " calls on the caller's thread, " + std::to_string(library) +
+            " relayed from the library's, " + std::to_string(stray) + " ran Windows code on the library's");
+}
+
 int main() {
   static const int n = 6, lda = 6, nrhs = 1;
   static std::vector<double> a = numbers(36, 41), b = numbers(6, 42), s(6), w(6), work(4096);
@@ -302,6 +330,7 @@ int main() {
       {"LAPACK integer arrays", lapack_arrays},
       {"LAPACK logical arrays and callbacks", lapack_logical},
       {"SELECT callbacks from two threads", select_from_two_threads},
+      {"the library's own threads", library_threads},
       {"services", services},
       {"hooks", hooks_before_a_lapack_call},
       {"reports", reports},

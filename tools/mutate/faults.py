@@ -535,7 +535,7 @@ FAULTS = [
     Fault("bridge-progress-into-windows-code", "windows",
           "the bridge runs the Windows progress handler on the library's own threads too",
           "tools/bridge/runtime.c", "  if (bridge_windows_thread) {", "  if (1) {",
-          r"^windows_library_threads_bridge$", windows_only=True),
+          r"^windows_plain_calls_bridge$", windows_only=True),
     Fault("bridge-report-skips-handler", "windows",
           "a report raised by the library goes to its default handler, not the one the layer installed",
           "tools/bridge/runtime.c", "  __atomic_load_n(&installed_xerbla, __ATOMIC_ACQUIRE)(name, position, c->args[2]);",

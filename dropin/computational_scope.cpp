@@ -29,9 +29,9 @@ __attribute__((constructor)) void computational_libraries_global() {
     }
   }
   for (const ElfW(Dyn)* d = map->l_ld; strings != nullptr && d->d_tag != DT_NULL; ++d) {
+    if (d->d_tag != DT_NEEDED) continue;
     const char* name = strings + d->d_un.d_val;
-    // libm too: the kernels call its functions without needing it.
-    if (d->d_tag != DT_NEEDED || (std::strncmp(name, "libmkl_", 7) != 0 && std::strcmp(name, "libm.so.6") != 0)) continue;
+    if (std::strncmp(name, "libmkl_", 7) != 0 && std::strcmp(name, "libm.so.6") != 0) continue;
     // Already loaded as libvorn's dependency: this only widens its scope.
     if (void* library = dlopen(name, RTLD_NOW | RTLD_NOLOAD | RTLD_GLOBAL)) dlclose(library);
   }

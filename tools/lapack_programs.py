@@ -1,7 +1,8 @@
 """Runs the reference LAPACK test programs (Debian's liblapack-test) on
-their own inputs, the error-exit tests switched off unless asked for, and reads the
-summary line each prints per test path ("DGE", "DGS drivers", ...). Shared
-by the LAPACK suite (tests/lapack_suite) and tools/lapack_attribute.py.
+their own inputs, the error-exit tests switched off unless asked for, and
+reads the summary line each prints per test path ("DGE", "DGS drivers",
+...). Shared by the LAPACK suite (tests/lapack_suite) and
+tools/lapack_attribute.py.
 """
 from __future__ import annotations
 

@@ -10,7 +10,7 @@ set(_standin ${CMAKE_SOURCE_DIR}/tools/standin)
 add_custom_command(
   OUTPUT ${_gen}/entries.c ${_gen}/mkl_intel_thread.spec
   COMMAND ${Python3_EXECUTABLE} ${_here}/generate.py --catalogue ${VORN_CATALOGUE} --out ${_gen}
-  DEPENDS ${_here}/generate.py ${VORN_CATALOGUE} ${VORN_CODEGEN_SOURCES}
+  DEPENDS ${_here}/generate.py ${_standin}/standin.h ${VORN_CATALOGUE} ${VORN_CODEGEN_SOURCES}
   COMMENT "Generating the bridge's forwarders"
   VERBATIM)
 # Wine finds a winelib DLL under its Windows name only. GCC's general-dynamic

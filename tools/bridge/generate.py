@@ -38,9 +38,8 @@ SPARSE_ENTRIES = {"mkl_spblas_lp64_mkl_dcsrmultcsr": 17, "mkl_spblas_lp64_mkl_zc
 CALLBACK_ARITY = {("GEES", False): 2, ("GEES", True): 1, ("GGES", False): 3, ("GGES", True): 2}
 # Written by hand in runtime.c, around the computational library's own.
 SERVICES = [e for e in interfaces.SERVICE_ENTRIES if e.startswith("mkl_serv_")]
-RECORDING = """standin_reset standin_event_count standin_event_get standin_entry_calls standin_entry_calls_of
-    standin_refuse_allocation standin_refuse_all_allocations standin_live_allocations
-    standin_set_report_callback standin_set_printing standin_progress_calls""".split()
+# The recording interface, every function its header declares.
+RECORDING = re.findall(r"STANDIN_API (standin_\w+)\(", (repo / "tools" / "standin" / "standin.h").read_text())
 
 
 def shape(r: catalogue.Routine) -> tuple[str, int]:
